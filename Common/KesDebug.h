@@ -1,0 +1,79 @@
+#pragma once
+// CKesDebug: the support trace file. One line per call, stamped with the
+// component name, process, thread, local time and the performance counter.
+// Off until Configure succeeds; the registry has the last word.
+// CKesDebugScope prints a function's ENTRY/EXIT lines.
+#include "SwlApi.h"
+#include "KesSecure.h"
+#include "KesString.h"
+#include <windows.h>
+#include <cstdio>
+
+class SWLLIB_API CKesDebug
+{
+public:
+    CKesDebug();
+    virtual ~CKesDebug();
+
+    // Switches tracing on. Returns 0 (on, or deliberately off), 31 (logFile longer
+    // than 243 characters) or 1006 (the file cannot be opened).
+    int Configure(const wchar_t* name, const wchar_t* logFile, DWORD level, int append, DWORD maxFileSize,
+                  const wchar_t* regSubKey);
+    // One line; printf-style wide format with Windows semantics (%s is wide).
+    // Never throws; an overlong message is cut.
+    void Print(const wchar_t* format, ...);
+    // One line "file (line): message". Never throws.
+    void Error(wchar_t* sourceFile, int line, const wchar_t* format, ...);
+    // The system's text for a Win32 error; 0 means GetLastError().
+    void PrintLastError(int error);
+    DWORD GetCurrentLogLevel();
+    bool IsConfigured();
+
+private:
+    CKesDebug(const CKesDebug&);
+    CKesDebug& operator=(const CKesDebug&);
+
+    wchar_t* m_pszName;
+    FILE* m_pFile;
+    CRITICAL_SECTION* m_pLock;
+    CRITICAL_SECTION m_Lock;
+    bool m_bConfigured;
+    DWORD m_dwLevel;
+    DWORD m_dwMaxFileSize;
+};
+
+// The library's one trace log.
+extern CKesDebug g_Debug;
+
+// Result record whose error code a scope of kind 3 reports.
+struct KesResult
+{
+    int ulErrCode;
+};
+
+// Prints "ENTRY:  name" when built and the matching EXIT line when destroyed,
+// reading the result variable at that moment.
+class CKesDebugScope
+{
+public:
+    explicit CKesDebugScope(const wchar_t* function);
+    CKesDebugScope(const wchar_t* function, bool* result);
+    CKesDebugScope(const wchar_t* function, int* result);
+    CKesDebugScope(const wchar_t* function, KesResult* result);
+    CKesDebugScope(const wchar_t* function, HRESULT* result, int /*hresultTag*/);
+    ~CKesDebugScope();
+
+private:
+    CKesDebugScope(const CKesDebugScope&);
+    CKesDebugScope& operator=(const CKesDebugScope&);
+
+    CKesString m_Name;
+    int m_nKind;
+    bool* m_pbResult;
+    int* m_pnResult;
+    KesResult* m_pResult;
+    HRESULT* m_phResult;
+};
+
+// Error line with the calling source file and line.
+#define KES_TRACE_ERROR(...) g_Debug.Error(const_cast<wchar_t*>(KES_WFILE), __LINE__, __VA_ARGS__)

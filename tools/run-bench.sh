@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Runs the benchmark programs of a build under Wine, in a throwaway prefix that
+# is destroyed afterwards (also when a benchmark fails).
+#   run-bench.sh BUILD_DIR
+set -eu
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+build=$(cd "${1:?usage: $0 BUILD_DIR}" && pwd)
+
+shopt -s nullglob
+benches=("$build"/bin/*_bench.exe)
+if [ ${#benches[@]} -eq 0 ]; then
+  echo "run-bench.sh: no *_bench.exe in $build/bin (build the trace_bench target first)" >&2
+  exit 2
+fi
+
+prefix="$build/wine-bench-prefix"
+"$here/wine-prefix.sh" create "$prefix"
+trap '"$here/wine-prefix.sh" destroy "$prefix"' EXIT
+
+status=0
+for bench in "${benches[@]}"; do
+  WINEPREFIX="$prefix" "$here/wine-run.sh" "$bench" || status=$?
+done
+exit $status
