@@ -1,6 +1,7 @@
 // SWLLib: Windows Installer custom actions for the Corvane(R) Swiftlane
 // Technology driver stack. This file holds the library entry and the
 // process-wide objects.
+#include "Devices/DeviceCatalogue.h"
 #include "KesDebug.h"
 #include "Session/Session.h"
 #include <windows.h>
@@ -9,7 +10,7 @@
 // log is built before the device catalogue (which traces while it is built)
 // and destroyed after it.
 CKesDebug g_Debug;
-// The device catalogue follows g_Debug here.
+SWLDevices g_SWLDevices;
 
 HINSTANCE g_hInstance = nullptr;
 
