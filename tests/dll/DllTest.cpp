@@ -112,16 +112,13 @@ TEST(StringTable, EveryTextIsExactlyAsShipped)
     }
 }
 
-TEST_F(TraceAtLoad, NoProductKeyMeansNoTraceFile)
+TEST_F(TraceAtLoad, NoProductKeyOrTraceZeroMeansNoTraceFile)
 {
-    FreshLibrary dll(m_dir);
-    ASSERT_NE(dll.get(), nullptr);
-    EXPECT_FALSE(FileExists(m_dir.File(L"SWLDBG.txt")));
-    EXPECT_FALSE(testreg::KeyExists(kProduct));
-}
-
-TEST_F(TraceAtLoad, TraceZeroMeansNoTraceFile)
-{
+    {
+        FreshLibrary dll(m_dir);
+        ASSERT_NE(dll.get(), nullptr);
+        EXPECT_FALSE(testreg::KeyExists(kProduct));
+    }
     testreg::SetDword(kProduct, L"Trace", 0);
     FreshLibrary dll(m_dir);
     ASSERT_NE(dll.get(), nullptr);

@@ -28,17 +28,6 @@ TEST(SavedProperties, UiLevelIsSavedAsAStringValue)
     EXPECT_EQ(session.LogLines(), expected);
 }
 
-TEST(SavedProperties, EmptyPropertyIsSavedEmpty)
-{
-    ProductKeyGuard product;
-    testreg::SetString(kProduct, L"EMPTYPROP", L"stale");
-    TestSession session;
-    EXPECT_EQ(WriteMSIPropertyToRegistry(session.handle(), L"EMPTYPROP"), 0u);
-    std::wstring value = L"x";
-    ASSERT_TRUE(testreg::GetString(kProduct, L"EMPTYPROP", value));
-    EXPECT_EQ(value, L"");
-}
-
 TEST(SavedProperties, MissingProductKeyFailsWithItsPath)
 {
     ProductKeyGuard product(false);
@@ -50,10 +39,16 @@ TEST(SavedProperties, MissingProductKeyFailsWithItsPath)
     EXPECT_FALSE(testreg::KeyExists(kProduct)); // opened, never created
 }
 
-TEST(SavedProperties, OverlongPropertyFailsWithTheSameWordsAndItsName)
+TEST(SavedProperties, EmptyIsSavedEmptyAndOverlongFailsWithTheSameWordsAndItsName)
 {
     ProductKeyGuard product;
+    testreg::SetString(kProduct, L"EMPTYPROP", L"stale");
     TestSession session;
+    EXPECT_EQ(WriteMSIPropertyToRegistry(session.handle(), L"EMPTYPROP"), 0u);
+    std::wstring value = L"x";
+    ASSERT_TRUE(testreg::GetString(kProduct, L"EMPTYPROP", value));
+    EXPECT_EQ(value, L"");
+
     session.SetProperty(L"LONGPROP", std::wstring(260, L'a'));
     EXPECT_EQ(WriteMSIPropertyToRegistry(session.handle(), L"LONGPROP"), static_cast<UINT>(ERROR_GEN_FAILURE));
     EXPECT_TRUE(session.Logged(L"Failed to open Registry key for MSI properties entry LONGPROP"));

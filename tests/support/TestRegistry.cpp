@@ -4,7 +4,11 @@
 namespace
 {
 const wchar_t* const kProduct = L"SOFTWARE\\CORVANE\\SWL";
-const REGSAM kView = KEY_WOW64_64KEY;
+
+bool SetRaw(const std::wstring& path, const std::wstring& name, DWORD type, const void* data, DWORD size)
+{
+    return RegSetKeyValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), type, data, size) == ERROR_SUCCESS;
+}
 } // namespace
 
 namespace testreg
@@ -12,37 +16,25 @@ namespace testreg
 bool CreateKey(const std::wstring& path)
 {
     HKEY key = nullptr;
-    LONG r = RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | kView, nullptr, &key,
-                             nullptr);
-    if (r == ERROR_SUCCESS)
-        RegCloseKey(key);
-    return r == ERROR_SUCCESS;
-}
-
-void DeleteTree(const std::wstring& path)
-{
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
-    RegDeleteKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), kView, 0);
-}
-
-bool KeyExists(const std::wstring& path)
-{
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | kView, &key) != ERROR_SUCCESS)
+    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr))
         return false;
     RegCloseKey(key);
     return true;
 }
 
-static bool SetRaw(const std::wstring& path, const std::wstring& name, DWORD type, const void* data, DWORD size)
+void DeleteTree(const std::wstring& path)
+{
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, path.c_str());
+}
+
+bool KeyExists(const std::wstring& path)
 {
     HKEY key = nullptr;
-    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | kView, nullptr, &key,
-                        nullptr) != ERROR_SUCCESS)
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
         return false;
-    LONG r = RegSetValueExW(key, name.c_str(), 0, type, static_cast<const BYTE*>(data), size);
     RegCloseKey(key);
-    return r == ERROR_SUCCESS;
+    return true;
 }
 
 bool SetString(const std::wstring& path, const std::wstring& name, const std::wstring& value)
@@ -59,10 +51,7 @@ bool SetMultiString(const std::wstring& path, const std::wstring& name, const st
 {
     std::wstring block;
     for (const auto& v : values)
-    {
-        block += v;
-        block.push_back(L'\0');
-    }
+        block.append(v).push_back(L'\0');
     block.push_back(L'\0');
     return SetRaw(path, name, REG_MULTI_SZ, block.data(), static_cast<DWORD>(block.size() * sizeof(wchar_t)));
 }
@@ -76,12 +65,11 @@ bool GetString(const std::wstring& path, const std::wstring& name, std::wstring&
 {
     DWORD size = 0;
     DWORD t = 0;
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_ANY | RRF_NOEXPAND, &t, nullptr, &size) !=
-        ERROR_SUCCESS)
+    const DWORD flags = RRF_RT_ANY | RRF_NOEXPAND;
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), flags, &t, nullptr, &size) != ERROR_SUCCESS)
         return false;
     std::wstring buffer(size / sizeof(wchar_t) + 1, L'\0');
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_ANY | RRF_NOEXPAND, &t, &buffer[0],
-                     &size) != ERROR_SUCCESS)
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), flags, &t, &buffer[0], &size) != ERROR_SUCCESS)
         return false;
     buffer.resize(size / sizeof(wchar_t));
     while (!buffer.empty() && buffer.back() == L'\0' && t != REG_MULTI_SZ)
@@ -92,13 +80,6 @@ bool GetString(const std::wstring& path, const std::wstring& name, std::wstring&
     return true;
 }
 
-bool GetDword(const std::wstring& path, const std::wstring& name, DWORD& value)
-{
-    DWORD size = sizeof(value);
-    return RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &value, &size) ==
-           ERROR_SUCCESS;
-}
-
 bool ValueExists(const std::wstring& path, const std::wstring& name)
 {
     return RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_ANY, nullptr, nullptr, nullptr) ==
@@ -106,25 +87,10 @@ bool ValueExists(const std::wstring& path, const std::wstring& name)
 }
 } // namespace testreg
 
+// Every test run has a throwaway prefix, so the product key is simply
+// removed before and after rather than saved and restored.
 ProductKeyGuard::ProductKeyGuard(bool createEmpty)
 {
-    // Keep a copy of whatever an earlier step left, then start clean.
-    m_backup = std::wstring(kProduct) + L"_TestBackup";
-    testreg::DeleteTree(m_backup);
-    if (testreg::KeyExists(kProduct))
-    {
-        testreg::CreateKey(m_backup);
-        HKEY from = nullptr;
-        HKEY to = nullptr;
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, kProduct, 0, KEY_READ | kView, &from);
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, m_backup.c_str(), 0, KEY_ALL_ACCESS | kView, &to);
-        if (from && to)
-            RegCopyTreeW(from, nullptr, to);
-        if (from)
-            RegCloseKey(from);
-        if (to)
-            RegCloseKey(to);
-    }
     testreg::DeleteTree(kProduct);
     if (createEmpty)
         testreg::CreateKey(kProduct);
@@ -133,21 +99,6 @@ ProductKeyGuard::ProductKeyGuard(bool createEmpty)
 ProductKeyGuard::~ProductKeyGuard()
 {
     testreg::DeleteTree(kProduct);
-    if (testreg::KeyExists(m_backup))
-    {
-        testreg::CreateKey(kProduct);
-        HKEY from = nullptr;
-        HKEY to = nullptr;
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, m_backup.c_str(), 0, KEY_READ | kView, &from);
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, kProduct, 0, KEY_ALL_ACCESS | kView, &to);
-        if (from && to)
-            RegCopyTreeW(from, nullptr, to);
-        if (from)
-            RegCloseKey(from);
-        if (to)
-            RegCloseKey(to);
-        testreg::DeleteTree(m_backup);
-    }
 }
 
 TempDir::TempDir()
@@ -175,9 +126,9 @@ void RemoveTree(const std::wstring& path)
         do
         {
             std::wstring name = data.cFileName;
+            std::wstring full = path + L"\\" + name;
             if (name == L"." || name == L"..")
                 continue;
-            std::wstring full = path + L"\\" + name;
             SetFileAttributesW(full.c_str(), FILE_ATTRIBUTE_NORMAL);
             if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
                 RemoveTree(full);
@@ -192,14 +143,13 @@ void RemoveTree(const std::wstring& path)
 std::string ReadFileBytes(const std::wstring& path)
 {
     std::string bytes;
-    FILE* f = _wfopen(path.c_str(), L"rb");
-    if (!f)
-        return bytes;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof(buffer), f)) > 0)
-        bytes.append(buffer, n);
-    fclose(f);
+    if (FILE* f = _wfopen(path.c_str(), L"rb"))
+    {
+        char buffer[4096];
+        for (size_t n; (n = fread(buffer, 1, sizeof(buffer), f)) > 0;)
+            bytes.append(buffer, n);
+        fclose(f);
+    }
     return bytes;
 }
 

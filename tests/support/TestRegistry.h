@@ -17,20 +17,16 @@ bool SetMultiString(const std::wstring& path, const std::wstring& name, const st
 bool DeleteValue(const std::wstring& path, const std::wstring& name);
 // False when the value is missing; type receives REG_*.
 bool GetString(const std::wstring& path, const std::wstring& name, std::wstring& value, DWORD* type = nullptr);
-bool GetDword(const std::wstring& path, const std::wstring& name, DWORD& value);
 bool ValueExists(const std::wstring& path, const std::wstring& name);
 } // namespace testreg
 
-// The product key HKLM\SOFTWARE\CORVANE\SWL, saved and removed before a test
-// and restored afterwards, so that every test starts from a known state.
+// The product key HKLM\SOFTWARE\CORVANE\SWL, removed before a test (and
+// created empty when asked) and removed again afterwards.
 class ProductKeyGuard
 {
 public:
     explicit ProductKeyGuard(bool createEmpty = true);
     ~ProductKeyGuard();
-
-private:
-    std::wstring m_backup;
 };
 
 // A folder under %TEMP% that is removed with everything in it at the end.

@@ -1,7 +1,8 @@
 #include "TestSession.h"
+#include "TestRegistry.h"
+#include <gtest/gtest.h>
 #include <objbase.h>
 #include <propidl.h>
-#include <gtest/gtest.h>
 #include <cstdio>
 #include <mutex>
 
@@ -10,26 +11,24 @@ namespace
 std::mutex g_captureLock;
 std::vector<CapturedRecord> g_captured;
 
+std::wstring RecordString(MSIHANDLE record, UINT field)
+{
+    wchar_t empty[1] = L"";
+    DWORD size = 0;
+    MsiRecordGetStringW(record, field, empty, &size);
+    std::wstring text(size + 1, L'\0');
+    size += 1;
+    MsiRecordGetStringW(record, field, &text[0], &size);
+    text.resize(size);
+    return text;
+}
+
 int CALLBACK CaptureHandler(LPVOID, UINT type, MSIHANDLE record)
 {
     CapturedRecord captured;
     captured.type = type;
-    UINT count = MsiRecordGetFieldCount(record);
-    for (UINT i = 0; i <= count; ++i)
-    {
-        DWORD size = 0;
-        wchar_t empty[1] = L"";
-        UINT r = MsiRecordGetStringW(record, i, empty, &size);
-        std::wstring text;
-        if (r == ERROR_MORE_DATA || size > 0)
-        {
-            text.resize(size + 1);
-            size += 1;
-            MsiRecordGetStringW(record, i, &text[0], &size);
-            text.resize(size);
-        }
-        captured.fields.push_back(text);
-    }
+    for (UINT i = 0; i <= MsiRecordGetFieldCount(record); ++i)
+        captured.fields.push_back(RecordString(record, i));
     std::lock_guard<std::mutex> lock(g_captureLock);
     g_captured.push_back(captured);
     return 0; // let Installer go on with its own handling
@@ -41,13 +40,6 @@ void Check(UINT r, const char* what)
         ADD_FAILURE() << what << " failed with " << r;
 }
 
-void Exec(MSIHANDLE db, const wchar_t* sql, MSIHANDLE params = 0)
-{
-    PMSIHANDLE view;
-    Check(MsiDatabaseOpenViewW(db, sql, &view), "MsiDatabaseOpenViewW");
-    Check(MsiViewExecute(view, params), "MsiViewExecute");
-}
-
 std::wstring TempFile(const wchar_t* prefix)
 {
     wchar_t dir[MAX_PATH];
@@ -56,13 +48,30 @@ std::wstring TempFile(const wchar_t* prefix)
     GetTempFileNameW(dir, prefix, 0, path);
     return path;
 }
+
+// Runs sql once per row; each row's strings fill the statement's parameters.
+void Insert(MSIHANDLE db, const wchar_t* sql, const std::vector<std::vector<std::wstring>>& rows, bool streamLast)
+{
+    PMSIHANDLE view;
+    Check(MsiDatabaseOpenViewW(db, sql, &view), "MsiDatabaseOpenViewW");
+    for (const auto& row : rows)
+    {
+        PMSIHANDLE record = MsiCreateRecord(static_cast<UINT>(row.size()));
+        for (UINT i = 0; i < row.size(); ++i)
+            if (streamLast && i + 1 == row.size())
+                Check(MsiRecordSetStreamW(record, i + 1, row[i].c_str()), "MsiRecordSetStreamW");
+            else
+                MsiRecordSetStringW(record, i + 1, row[i].c_str());
+        Check(MsiViewExecute(view, record), "MsiViewExecute");
+    }
+}
 } // namespace
 
 std::string Narrow(const std::wstring& text)
 {
     std::string out;
     for (wchar_t c : text)
-        out += (c >= 0x20 && c < 0x7F) ? static_cast<char>(c) : (c == L'\r' ? '\r' : (c == L'\n' ? '\n' : '?'));
+        out += (c >= 0x20 && c < 0x7F) || c == L'\r' || c == L'\n' ? static_cast<char>(c) : '?';
     return out;
 }
 
@@ -79,10 +88,7 @@ TestPackage& TestPackage::Property(const std::wstring& name, const std::wstring&
 {
     for (auto& p : m_properties)
         if (p.first == name)
-        {
-            p.second = value;
-            return *this;
-        }
+            return p.second = value, *this;
     m_properties.emplace_back(name, value);
     return *this;
 }
@@ -99,68 +105,48 @@ std::wstring TestPackage::Build() const
     DeleteFileW(path.c_str());
     PMSIHANDLE db;
     Check(MsiOpenDatabaseW(path.c_str(), MSIDBOPEN_CREATE, &db), "MsiOpenDatabaseW");
-    Exec(db, L"CREATE TABLE `Property` (`Property` CHAR(72) NOT NULL, `Value` LONGCHAR NOT NULL PRIMARY KEY `Property`)");
-    Exec(db, L"CREATE TABLE `Binary` (`Name` CHAR(72) NOT NULL, `Data` OBJECT NOT NULL PRIMARY KEY `Name`)");
+    for (const wchar_t* sql :
+         {L"CREATE TABLE `Property` (`Property` CHAR(72) NOT NULL, `Value` LONGCHAR NOT NULL PRIMARY KEY `Property`)",
+          L"CREATE TABLE `Binary` (`Name` CHAR(72) NOT NULL, `Data` OBJECT NOT NULL PRIMARY KEY `Name`)"})
+        Insert(db, sql, {{}}, false);
+
+    std::vector<std::vector<std::wstring>> properties;
+    for (const auto& p : m_properties)
+        properties.push_back({p.first, p.second});
+    Insert(db, L"INSERT INTO `Property` (`Property`, `Value`) VALUES (?, ?)", properties, false);
+
+    std::vector<std::vector<std::wstring>> binaries;
+    for (const auto& b : m_binaries)
     {
-        PMSIHANDLE view;
-        Check(MsiDatabaseOpenViewW(db, L"INSERT INTO `Property` (`Property`, `Value`) VALUES (?, ?)", &view),
-              "open Property insert");
-        for (const auto& p : m_properties)
-        {
-            PMSIHANDLE rec = MsiCreateRecord(2);
-            MsiRecordSetStringW(rec, 1, p.first.c_str());
-            MsiRecordSetStringW(rec, 2, p.second.c_str());
-            Check(MsiViewExecute(view, rec), "insert Property");
-        }
+        binaries.push_back({b.first, TempFile(L"bin")});
+        WriteFileBytes(binaries.back()[1], b.second);
     }
-    {
-        PMSIHANDLE view;
-        Check(MsiDatabaseOpenViewW(db, L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)", &view),
-              "open Binary insert");
-        for (const auto& b : m_binaries)
-        {
-            std::wstring blob = TempFile(L"bin");
-            FILE* f = _wfopen(blob.c_str(), L"wb");
-            if (f)
-            {
-                fwrite(b.second.data(), 1, b.second.size(), f);
-                fclose(f);
-            }
-            PMSIHANDLE rec = MsiCreateRecord(2);
-            MsiRecordSetStringW(rec, 1, b.first.c_str());
-            Check(MsiRecordSetStreamW(rec, 2, blob.c_str()), "MsiRecordSetStreamW");
-            Check(MsiViewExecute(view, rec), "insert Binary");
-            DeleteFileW(blob.c_str());
-        }
-    }
-    {
-        PMSIHANDLE info;
-        Check(MsiGetSummaryInformationW(db, nullptr, 20, &info), "MsiGetSummaryInformationW");
-        FILETIME none{};
-        MsiSummaryInfoSetPropertyW(info, PIDSI_TEMPLATE, VT_LPSTR, 0, &none, L"x64;1033");
-        MsiSummaryInfoSetPropertyW(info, PIDSI_REVNUMBER, VT_LPSTR, 0, &none,
-                                   L"{0E4B6C2A-7D19-4F38-A5C1-3B8D9E2F6A70}");
-        MsiSummaryInfoSetPropertyW(info, PIDSI_PAGECOUNT, VT_I4, 200, &none, nullptr);
-        MsiSummaryInfoSetPropertyW(info, PIDSI_WORDCOUNT, VT_I4, 2, &none, nullptr);
-        Check(MsiSummaryInfoPersist(info), "MsiSummaryInfoPersist");
-    }
+    Insert(db, L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)", binaries, true);
+    for (const auto& b : binaries)
+        DeleteFileW(b[1].c_str());
+
+    PMSIHANDLE info;
+    Check(MsiGetSummaryInformationW(db, nullptr, 20, &info), "MsiGetSummaryInformationW");
+    FILETIME none{};
+    MsiSummaryInfoSetPropertyW(info, PIDSI_TEMPLATE, VT_LPSTR, 0, &none, L"x64;1033");
+    MsiSummaryInfoSetPropertyW(info, PIDSI_REVNUMBER, VT_LPSTR, 0, &none, L"{0E4B6C2A-7D19-4F38-A5C1-3B8D9E2F6A70}");
+    MsiSummaryInfoSetPropertyW(info, PIDSI_PAGECOUNT, VT_I4, 200, &none, nullptr);
+    MsiSummaryInfoSetPropertyW(info, PIDSI_WORDCOUNT, VT_I4, 2, &none, nullptr);
+    Check(MsiSummaryInfoPersist(info), "MsiSummaryInfoPersist");
     Check(MsiDatabaseCommit(db), "MsiDatabaseCommit");
     return path;
 }
 
 TestSession::TestSession() : TestSession(TestPackage()) {}
 
-TestSession::TestSession(const TestPackage& package)
+TestSession::TestSession(const TestPackage& package) : m_packagePath(package.Build())
 {
-    m_packagePath = package.Build();
     MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
     MsiSetExternalUIRecord(CaptureHandler,
                            INSTALLLOGMODE_INFO | INSTALLLOGMODE_ACTIONSTART | INSTALLLOGMODE_PROGRESS |
                                INSTALLLOGMODE_COMMONDATA,
                            nullptr, nullptr);
-    UINT r = MsiOpenPackageW(m_packagePath.c_str(), &m_hSession);
-    if (r != ERROR_SUCCESS)
-        ADD_FAILURE() << "MsiOpenPackageW failed with " << r;
+    Check(MsiOpenPackageW(m_packagePath.c_str(), &m_hSession), "MsiOpenPackageW");
     ClearRecords();
 }
 
@@ -179,19 +165,14 @@ void TestSession::SetProperty(const std::wstring& name, const std::wstring& valu
 
 std::wstring TestSession::Property(const std::wstring& name) const
 {
-    DWORD size = 0;
     wchar_t empty[1] = L"";
+    DWORD size = 0;
     MsiGetPropertyW(m_hSession, name.c_str(), empty, &size);
     std::wstring value(size + 1, L'\0');
     size += 1;
     MsiGetPropertyW(m_hSession, name.c_str(), &value[0], &size);
     value.resize(size);
     return value;
-}
-
-const std::vector<CapturedRecord>& TestSession::Records() const
-{
-    return g_captured;
 }
 
 void TestSession::ClearRecords()
@@ -203,9 +184,8 @@ void TestSession::ClearRecords()
 std::vector<CapturedRecord> TestSession::InfoRecords() const
 {
     std::vector<CapturedRecord> out;
-    std::lock_guard<std::mutex> lock(g_captureLock);
-    for (const auto& r : g_captured)
-        if (r.IsInfo() && (r.fields.size() == 3 || r.fields.size() == 4))
+    for (const auto& r : RecordsOfType(INSTALLMESSAGE_INFO))
+        if (r.fields.size() == 3 || r.fields.size() == 4) // field 0, time, text[, detail]
             out.push_back(r);
     return out;
 }

@@ -13,7 +13,6 @@ struct CapturedRecord
 {
     UINT type = 0;                     // INSTALLMESSAGE_* (high byte) of the message
     std::vector<std::wstring> fields;  // fields[0] is field 0; integer fields as decimal text
-    bool IsInfo() const { return (type & 0xFF000000) == INSTALLMESSAGE_INFO; }
 };
 
 class TestPackage
@@ -44,8 +43,7 @@ public:
     void SetProperty(const std::wstring& name, const std::wstring& value);
     std::wstring Property(const std::wstring& name) const;
 
-    // Records captured since the session opened (or since ClearRecords).
-    const std::vector<CapturedRecord>& Records() const;
+    // Forgets the records captured so far (a new session starts with none).
     void ClearRecords();
     // Our Installer-log lines: field 2 of each 2- or 3-field INFO record, with
     // field 3 appended directly when present ("text" + "detail").

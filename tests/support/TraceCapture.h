@@ -25,7 +25,7 @@ public:
     static const std::wstring& FilePath();
 
 private:
-    long long m_start = 0;
+    size_t m_start = 0;
 };
 
 // The system's message for a Win32 error, trailing line break removed: what
