@@ -94,7 +94,9 @@ void CKesDebug::Print(const wchar_t* format, ...)
     EnterCriticalSection(m_pLock);
     try
     {
-        if (m_dwMaxFileSize != 0 && _filelength(_fileno(m_pFile)) >= static_cast<long>(m_dwMaxFileSize))
+        // Compared in 64 bits: a limit above 2 GB must not turn negative.
+        if (m_dwMaxFileSize != 0 &&
+            static_cast<long long>(_filelength(_fileno(m_pFile))) >= static_cast<long long>(m_dwMaxFileSize))
         {
             LeaveCriticalSection(m_pLock);
             return;
@@ -127,7 +129,8 @@ void CKesDebug::Print(const wchar_t* format, ...)
         va_start(args, format);
         const int written = _vsnwprintf(message, room, format, args);
         va_end(args);
-        const size_t messageChars = written >= 0 ? static_cast<size_t>(written) : wcslen(message);
+        const size_t messageChars =
+            written >= 0 && static_cast<size_t>(written) <= room ? static_cast<size_t>(written) : wcslen(message);
 
         int n = prefix + static_cast<int>(messageChars);
         if (n >= kMaxLineChars + 1)

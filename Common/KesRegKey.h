@@ -23,7 +23,8 @@ public:
     virtual ~CKesRegKey();
 
     // KEY_READ|KEY_WRITE when writable, else KEY_READ; the 64-bit view. Closes
-    // what was open first. The key name is set whether or not the open succeeds.
+    // what was open first. The key name is set whether or not the open succeeds;
+    // a root other than the predefined ones leaves it as it was.
     bool Open(HKEY root, const CKesString& path, bool writable);
     bool Create(HKEY root, const CKesString& path, bool writable, bool isVolatile);
     void Close();

@@ -63,6 +63,7 @@ TEST_F(TraceLogTest, EarlierLinesStayOnlyWithAppendOneAndMaxFileSizeStopsWriting
         EXPECT_EQ(Messages(Log({L"new"}, append)), (append == 1 ? Lines{"earlier", "new"} : Lines{"new"})) << append;
     }
     EXPECT_EQ(Messages(Log({L"first", L"second"}, 0, 1)), Lines{"first"});
+    EXPECT_EQ(Messages(Log({L"under a limit past 2 GB"}, 0, 0x80000000u)), Lines{"under a limit past 2 GB"});
     ASSERT_TRUE(WriteFileBytes(m_file, "x"));
     EXPECT_EQ(Log({L"appended"}, 1, 1), "x");
 }

@@ -1,5 +1,6 @@
 #include "KesRegKey.h"
 #include "TestRegistry.h"
+#include "TraceCapture.h"
 #include "UniqueHandle.h"
 #include <gtest/gtest.h>
 #include <memory>
@@ -89,6 +90,12 @@ TEST_F(RegKeyTest, ClosedKeyRefusesEverythingWithoutARegistryCall)
                  key.AddValueToMultiString(L"v", L"a") || key.RemoveValueFromMultiString(L"v", L"a") ||
                  key.IsValueInMultiString(L"v", L"a"));
     EXPECT_EQ(key.LastResult(), ERROR_SUCCESS);
+    TraceCapture trace;
+    EXPECT_EQ(key.FlushKey(), ERROR_INVALID_HANDLE);
+    EXPECT_TRUE(trace.Printed(L"CKesRegKey::RegFlushKey Failure: ")) << trace.Dump();
+    // An opened key as root has no name of its own, so the earlier name stays.
+    EXPECT_FALSE(key.Open(m_key.GetHKey(), L"Missing", false));
+    EXPECT_EQ(std::wstring(key.KeyName()), L"HKEY_LOCAL_MACHINE\\" + kKey + L"\\Missing");
 }
 
 TEST_F(RegKeyTest, CopyOwnsItsOwnHandleSoNoHandleIsClosedTwice)

@@ -149,6 +149,17 @@ TEST_F(TraceAtLoad, TraceOnWithoutLogUsesTmpAndRemembersThePath)
     EXPECT_EQ(bytes.rfind("SWL\tPID:", 0), 0u) << bytes;
 }
 
+TEST_F(TraceAtLoad, TmpTooLongForItsBufferCountsAsUnset)
+{
+    testreg::SetDword(kProduct, L"Trace", 1);
+    SetEnvironmentVariableW(L"TMP", (m_dir.path() + L"\\" + std::wstring(600, L'a')).c_str());
+    FreshLibrary dll(m_dir);
+    ASSERT_NE(dll.get(), nullptr);
+    std::wstring log = L"unset";
+    ASSERT_TRUE(testreg::GetString(kProduct, L"Log", log));
+    EXPECT_EQ(log, L"");
+}
+
 TEST_F(TraceAtLoad, RecordedLogPathIsUsedAsItStands)
 {
     testreg::SetDword(kProduct, L"Trace", 1);

@@ -3,6 +3,7 @@
 #include "Payload/SoftwareFallback.h"
 #include "TestRegistry.h"
 #include "TestSession.h"
+#include "TraceCapture.h"
 #include <gtest/gtest.h>
 #include <shlobj.h>
 #include <thread>
@@ -82,6 +83,18 @@ TEST_F(FallbackTest, WithoutTheBaseDriverTheSummaryIsWrittenEvenWhenRegistration
     const std::string start = "Corvane(R) SWL Software Installation Summary\r\n\r\nSWL Base Driver: Not Installed\r\n";
     EXPECT_EQ(RegisterOstra(m_session.handle()), 31u);
     EXPECT_EQ(ReadFileBytes(kInstallSummaryPath).substr(0, start.size()), start);
+}
+
+// The real Shell: Wine's opens no archive as a folder, so there are no items to hand to CopyHere.
+TEST_F(FallbackTest, ArchiveTheShellCannotOpenIsNotCopied)
+{
+    TraceCapture trace;
+    ASSERT_TRUE(SUCCEEDED(CoInitialize(nullptr)));
+    UnpackZipWithShell(kOstraPackagePath, kLibrary.c_str());
+    CoUninitialize();
+    EXPECT_TRUE(trace.Printed(L"UnpackZipWithShell: nothing copied from '" + std::wstring(kOstraPackagePath) +
+                              L"' into '" + kLibrary + L"'"))
+        << trace.Dump();
 }
 
 TEST_F(FallbackTest, InstallDllsReplacesSwlzipInTheSystemFolder)

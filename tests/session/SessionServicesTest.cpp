@@ -21,14 +21,17 @@ TEST(InstallerLog, RecordsCarryTimeStampTextAndDetail)
     TestSession session;
     LogToMSI(session.handle(), L"VerifyAdminOrWarn()");
     LogToMSI(session.handle(), L"Cannot set required registry key : ", L"SupportDir");
+    LogToMSI(session.handle(), L"No detail", nullptr);
     auto records = session.InfoRecords();
-    ASSERT_EQ(records.size(), 2u);
+    ASSERT_EQ(records.size(), 3u);
     ASSERT_EQ(records[0].fields.size(), 3u); // field 0, then two fields
     EXPECT_TRUE(IsTimeStamp(records[0].fields[1])) << Narrow(records[0].fields[1]);
     EXPECT_EQ(records[0].fields[2], L"VerifyAdminOrWarn()");
     ASSERT_EQ(records[1].fields.size(), 4u);
     EXPECT_EQ(records[1].fields[2], L"Cannot set required registry key : ");
     EXPECT_EQ(records[1].fields[3], L"SupportDir");
+    EXPECT_EQ(records[2].fields, (std::vector<std::wstring>{records[2].fields[0], records[2].fields[1],
+                                                            L"No detail", L""}));
 }
 
 TEST(InstallerLog, DoActionRunWritesThePropertyLogAndOnlyExactlyOneCounts)

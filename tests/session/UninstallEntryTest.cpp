@@ -2,6 +2,7 @@
 #include "Payload/UninstallEntry.h"
 #include "TestRegistry.h"
 #include "TestSession.h"
+#include "TraceCapture.h"
 #include <gtest/gtest.h>
 
 extern "C" UINT __stdcall WriteMSIPropertiesToRegistry(MSIHANDLE);
@@ -16,7 +17,9 @@ TEST(SavedProperties, UiLevelIsSavedAsAStringValue)
 {
     ProductKeyGuard product;
     TestSession session;
+    TraceCapture trace;
     EXPECT_EQ(WriteMSIPropertiesToRegistry(session.handle()), 0u);
+    EXPECT_TRUE(trace.Printed(L"EXIT:  WriteMSIPropertyToRegistry, nReturn=0")) << trace.Dump();
     std::wstring value;
     DWORD type = 0;
     ASSERT_TRUE(testreg::GetString(kProduct, L"UILevel", value, &type));

@@ -26,6 +26,8 @@ bool ServiceExists(const wchar_t* name)
 void AppendSummaryLine(const char* text)
 {
     CKesDebugScope scope(L"AppendSummaryLine");
+    if (text == nullptr)
+        return;
     UniqueFileHandle file(
         CreateFileW(kInstallSummaryPath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file)

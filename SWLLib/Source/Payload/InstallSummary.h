@@ -14,5 +14,6 @@ extern const wchar_t* const kInstallSummaryPath;
 void WriteInstallSummary(MSIHANDLE hInstall, bool virtualizationHost);
 
 // Appends text (ASCII, without its terminator) to the summary file. The file's
-// folder must exist; it is opened without sharing for this one write.
+// folder must exist; it is opened without sharing for this one write. A null
+// text writes nothing.
 void AppendSummaryLine(const char* text);

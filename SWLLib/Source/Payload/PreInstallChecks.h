@@ -77,6 +77,10 @@ public:
 
     const OSVERSIONINFOEXW& GetVersionInfo() const { return m_osvi; }
     bool IsVersionKnown() const { return m_bVersionKnown; }
+    // The native processor architecture; both false when GetNativeSystemInfo
+    // was not offered.
+    bool IsAMD64() const;
+    bool IsIA64() const;
 
 protected:
     // Test seam: the same construction with the system queries replaced.
@@ -84,9 +88,6 @@ protected:
 
 private:
     void ApplyOverride(const CKesString& overrideKey);
-    // Both false when GetNativeSystemInfo was not offered.
-    bool IsAMD64() const;
-    bool IsIA64() const;
 
     OSVERSIONINFOEXW m_osvi;
     OSQueryCalls::GetNativeSystemInfoFn m_pfnGetNativeSystemInfo;

@@ -128,19 +128,23 @@ void UnpackZipWithShell(const wchar_t* zipFile, const wchar_t* targetFolder)
     ComRef<FolderItems> items;
     if (zip)
         zip->Items(items.put());
-    if (target)
+    // A missing or unreadable archive leaves no items; the Shell is not handed
+    // an empty argument, and RegisterOstra reports the library as missing.
+    if (!target || !items)
     {
-        VARIANT itemsArg;
-        VariantInit(&itemsArg);
-        itemsArg.vt = VT_DISPATCH;
-        itemsArg.pdispVal = items.get();
-        VARIANT options;
-        VariantInit(&options);
-        options.vt = VT_I4;
-        options.lVal = kCopyHereOptions;
-        // Deliberately neither examined nor awaited: the Shell copies on its own.
-        target->CopyHere(itemsArg, options);
+        g_Debug.Print(L"UnpackZipWithShell: nothing copied from '%s' into '%s'", zipFile, targetFolder);
+        return;
     }
+    VARIANT itemsArg;
+    VariantInit(&itemsArg);
+    itemsArg.vt = VT_DISPATCH;
+    itemsArg.pdispVal = items.get();
+    VARIANT options;
+    VariantInit(&options);
+    options.vt = VT_I4;
+    options.lVal = kCopyHereOptions;
+    // Deliberately neither examined nor awaited: the Shell copies on its own.
+    target->CopyHere(itemsArg, options);
 }
 
 SWL_CUSTOM_ACTION(ExtractOstraPackage)

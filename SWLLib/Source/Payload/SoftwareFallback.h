@@ -22,7 +22,8 @@ bool InstallDlls(MSIHANDLE hInstall);
 
 // Unpacks the compressed folder zipFile into targetFolder through the Windows
 // Shell (Shell.Application: NameSpace, Items, CopyHere with no UI). Nothing is
-// reported: the copy's result is not examined and its end not awaited.
+// reported: the copy's result is not examined and its end not awaited. Copies
+// nothing (with a trace line) when either cannot be opened as a folder.
 // The caller has initialised COM on this thread.
 void UnpackZipWithShell(const wchar_t* zipFile, const wchar_t* targetFolder);
 

@@ -1,4 +1,5 @@
 #include "Payload/UninstallEntry.h"
+#include "KesDebug.h"
 #include "KesRegKey.h"
 #include "Session/CustomAction.h"
 #include "Session/Session.h"
@@ -56,33 +57,36 @@ SWL_CUSTOM_ACTION(WriteARPEntries)
 
 UINT WriteMSIPropertyToRegistry(MSIHANDLE hInstall, const CKesString& name)
 {
+    int result = ERROR_GEN_FAILURE;
+    CKesDebugScope scope(L"WriteMSIPropertyToRegistry", &result);
     LogToMSI(hInstall, L"WriteMSIPropertyToRegistry()");
 
     CKesRegKey key;
     if (!key.Open(HKEY_LOCAL_MACHINE, kProductKey, true))
     {
         LogToMSI(hInstall, L"Failed to open Registry key for MSI properties entry ", kProductKey);
-        return ERROR_GEN_FAILURE;
+        return result;
     }
 
     wchar_t buffer[260] = {};
     DWORD size = 260;
     if (MsiGetPropertyW(hInstall, name, buffer, &size) != ERROR_SUCCESS)
     {
-        // The same words as a failed open: this is how the case is reported.
+        // Deliberately the same words as a failed open: this is how the case is reported.
         LogToMSI(hInstall, L"Failed to open Registry key for MSI properties entry ", name);
-        return ERROR_GEN_FAILURE;
+        return result;
     }
 
     CKesString value(buffer);
     if (!key.SetValue(name, value, false))
     {
         LogToMSI(hInstall, L"Failed to write registry entry for  ", name);
-        return ERROR_GEN_FAILURE;
+        return result;
     }
 
     LogToMSI(hInstall, L"WriteMSIPropertyToRegistry() - Exit");
-    return ERROR_SUCCESS;
+    result = ERROR_SUCCESS;
+    return result;
 }
 
 SWL_CUSTOM_ACTION(WriteMSIPropertiesToRegistry)

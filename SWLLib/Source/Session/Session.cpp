@@ -59,7 +59,7 @@ void SendToInstallerLog(MSIHANDLE hInstall, const wchar_t* text, const wchar_t* 
     // then, so the line is handed to the UI in the property "Log".
     CKesString line(stamp);
     line += L": ";
-    line += text;
+    line += CKesString(text);
     if (detail)
     {
         line += L": ";
@@ -77,6 +77,9 @@ void LogToMSI(MSIHANDLE hInstall, const wchar_t* text)
 
 void LogToMSI(MSIHANDLE hInstall, const wchar_t* text, const wchar_t* detail)
 {
+    // A null detail still makes a two-text line, with an empty detail.
+    if (detail == nullptr)
+        detail = L"";
     g_Debug.Print(L"(MSI LOG ENTRY) %s%s", text, detail);
     SendToInstallerLog(hInstall, text, detail);
 }
@@ -186,7 +189,10 @@ void ConfigureTraceFromRegistry()
     if (!key.GetValue(L"Log", path))
     {
         wchar_t tmp[512] = {};
-        if (GetEnvironmentVariableW(L"TMP", tmp, 512) != 0)
+        // A TMP too long for the buffer counts as unset: its length comes back
+        // and the buffer stays empty, which would put the file in the root.
+        const DWORD length = GetEnvironmentVariableW(L"TMP", tmp, 512);
+        if (length != 0 && length < 512)
         {
             path = tmp;
             path += L"\\";
