@@ -277,21 +277,30 @@ bool IsProcessRunning(CKesString name)
     return running;
 }
 
+namespace
+{
+// The two verify-or-warn guards share their steps: log the outcome, and on a
+// failed test show the message (whatever the user clicks) and answer 31.
+UINT WarnUnless(MSIHANDLE hInstall, bool passed, const wchar_t* passedLine, const wchar_t* failedLine, DWORD textId,
+                UINT type)
+{
+    if (passed)
+    {
+        LogToMSI(hInstall, passedLine);
+        return ERROR_SUCCESS;
+    }
+    LogToMSI(hInstall, failedLine);
+    ShowInstallerMessage(hInstall, IDS_WIZARD_CAPTION, textId, type, false);
+    return ERROR_GEN_FAILURE;
+}
+} // namespace
+
 SWL_CUSTOM_ACTION(VerifyAdminOrWarn)
 {
     return GuardedAction(L"VerifyAdminOrWarn", [&]() -> UINT {
         LogToMSI(hInstall, L"VerifyAdminOrWarn()");
-        UINT result = ERROR_SUCCESS;
-        if (!IsAdministrator())
-        {
-            LogToMSI(hInstall, L"User is not an administrator; cannot install");
-            ShowInstallerMessage(hInstall, IDS_WIZARD_CAPTION, IDS_ADMIN_REQUIRED, MB_OK, false);
-            result = ERROR_GEN_FAILURE;
-        }
-        else
-        {
-            LogToMSI(hInstall, L"User is an administrator");
-        }
+        UINT result = WarnUnless(hInstall, IsAdministrator(), L"User is an administrator",
+                                 L"User is not an administrator; cannot install", IDS_ADMIN_REQUIRED, MB_OK);
         LogToMSI(hInstall, L"VerifyAdminOrWarn() - Exit");
         return result;
     });
@@ -301,17 +310,9 @@ SWL_CUSTOM_ACTION(VerifyOSOrWarn)
 {
     return GuardedAction(L"VerifyOSOrWarn", [&]() -> UINT {
         LogToMSI(hInstall, L"VerifyOSOrWarn()");
-        UINT result = ERROR_SUCCESS;
-        if (!IsOSSupported())
-        {
-            LogToMSI(hInstall, L"Operating system not supported; cannot install");
-            ShowInstallerMessage(hInstall, IDS_WIZARD_CAPTION, IDS_OS_NOT_SUPPORTED, MB_ICONERROR, false);
-            result = ERROR_GEN_FAILURE;
-        }
-        else
-        {
-            LogToMSI(hInstall, L"Operating system supported");
-        }
+        UINT result = WarnUnless(hInstall, IsOSSupported(), L"Operating system supported",
+                                 L"Operating system not supported; cannot install", IDS_OS_NOT_SUPPORTED,
+                                 MB_ICONERROR);
         LogToMSI(hInstall, L"VerifyOSOrWarn() - Exit");
         return result;
     });
