@@ -296,8 +296,15 @@ def run_scenario(s, args, variant):
         prepare_prefix(s, work, prefix)
         for name, arguments in s.runs:
             mode, *extra = arguments.split()
-            c.codes[name] = sh(["wine", "msiexec", mode, str(msi), "/qn", "/l*v", name + ".log"] + extra,
-                               work, prefix)
+            command = ["wine", "msiexec", mode, str(msi), "/qn", "/l*v", name + ".log"] + extra
+            c.codes[name] = sh(command, work, prefix)
+            if not (work / (name + ".log")).exists():
+                # No log means msiexec never reached the Installer: Wine itself failed to
+                # start (seen once on a loaded machine). That is not the product's fault,
+                # so the run gets one more try; wine.txt keeps what Wine said.
+                print("RETRY %s: %s wrote no log (exit code %d)" % (label, name, c.codes[name]), flush=True)
+                sh([str(TOOLS / "wine-prefix.sh"), "stop", str(prefix)], work, prefix)
+                c.codes[name] = sh(command, work, prefix)
             c.logs[name], c.last = Log(work / (name + ".log")), name
             # Ending the server writes the registry files.
             sh([str(TOOLS / "wine-prefix.sh"), "stop", str(prefix)], work, prefix)
@@ -311,6 +318,8 @@ def run_scenario(s, args, variant):
         if problems:
             for name, log in c.logs.items():
                 problems += ["-- %s.log" % name] + ["   " + l for l in log.excerpt(c.actions)]
+            wine = (work / "wine.txt").read_bytes().decode("utf-8", "replace").splitlines()
+            problems += ["-- wine.txt"] + ["   " + l for l in wine[-15:]]
         status = "failed" if problems else "passed"
     except Exception as e:
         status, problems = "error", problems + ["%s: %s" % (type(e).__name__, e)]
