@@ -1,24 +1,22 @@
 #!/usr/bin/env bash
-# Checks the built SWLLib.dll's export and import tables:
-#  - every custom action of SWLLib.def is exported under its plain name;
-#  - CKesString, CKesRegKey and CKesDebug are exported with their members,
-#    together with GetCodePage and the members of std::wstring;
-#  - only Windows system DLLs are imported (the runtime is linked statically).
+# Checks the built SWLLib.dll's export and import tables: every custom action of SWLLib.def is
+# exported under its plain name; CKesString, CKesRegKey and CKesDebug are exported with their
+# members, together with GetCodePage and the members of std::wstring; only Windows system DLLs
+# are imported (the runtime is linked statically).
 # usage: check-exports.sh SWLLib.dll OBJDUMP SWLLib.def
 set -u
-dll=$1 objdump=$2 def=$3
-fail=0
+dll=$1 objdump=$2 def=$3 fail=0
+bad() { echo "$*"; fail=1; }
 dump=$("$objdump" -p "$dll") || { echo "cannot read $dll"; exit 1; }
 exports=$(printf '%s\n' "$dump" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' | awk '/\[/ {print $NF}')
 
 for action in $(awk 'f && NF && $1 !~ /^;/ {print $1} /^EXPORTS/ {f=1}' "$def"); do
-    if ! grep -qx "$action" <<<"$exports"; then echo "missing custom action export: $action"; fail=1; fi
+    grep -qx "$action" <<<"$exports" || bad "missing custom action export: $action"
 done
 
 need() { # need PATTERN MIN WHAT
-    local n; n=$(grep -cE "$1" <<<"$exports")
-    if [ "$n" -lt "$2" ]; then echo "expected at least $2 exports of $3, found $n"; fail=1
-    else echo "exports of $3: $n"; fi
+    local n; n=$(grep -cE "$1" <<<"$exports"); echo "exports of $3: $n"
+    [ "$n" -ge "$2" ] || bad "expected at least $2 exports of $3, found $n"
 }
 need '^_ZN[K]?10CKesString' 40 'CKesString members'
 need '^_ZN[K]?10CKesRegKey' 30 'CKesRegKey members'
@@ -31,14 +29,10 @@ imports=$(printf '%s\n' "$dump" | awk '/DLL Name:/ {print $3}')
 echo "imports: $(echo $imports)"
 for lib in $imports; do
     case "${lib,,}" in
-        libstdc++*|libgcc*|libwinpthread*|*mingw*) echo "imports a MinGW runtime DLL: $lib"; fail=1 ;;
-    esac
-done
-for lib in $imports; do
-    case "${lib,,}" in
         kernel32.dll|msvcrt.dll|advapi32.dll|msi.dll|setupapi.dll|ole32.dll|oleaut32.dll|shell32.dll|shlwapi.dll|user32.dll|version.dll|newdev.dll|cfgmgr32.dll|ntdll.dll|rpcrt4.dll|wbemuuid.dll) ;;
-        *) echo "unexpected import: $lib"; fail=1 ;;
+        libstdc++*|libgcc*|libwinpthread*|*mingw*) bad "imports a MinGW runtime DLL: $lib" ;;
+        *) bad "unexpected import: $lib" ;;
     esac
 done
-if [ $fail -eq 0 ]; then echo "1 passed, 0 failed"; else echo "0 passed, 1 failed"; fi
+echo "$((1 - fail)) passed, $fail failed"
 exit $fail

@@ -12,7 +12,7 @@ namespace
 const wchar_t* const kTraceKey = L"SOFTWARE\\SWLTest\\Trace";
 using Lines = std::vector<std::string>;
 
-// The message of every CR LF ended line: the text after its last tab (no message here holds a tab).
+// The message of every CR LF ended line: the text after its last tab.
 Lines Messages(const std::string& bytes)
 {
     Lines messages;
@@ -24,13 +24,10 @@ Lines Messages(const std::string& bytes)
     return messages;
 }
 
-class TraceLogTest : public ::testing::Test
+struct TraceLogTest : ::testing::Test
 {
-protected:
     void SetUp() override { ASSERT_TRUE(testreg::SetDword(kTraceKey, L"TRACE", 1)); }
-    void TearDown() override { g_pfnKesDebugBeforeWrite = nullptr; }
 
-    // A new log on m_file with each message printed; returns the file's bytes.
     std::string Log(std::initializer_list<const wchar_t*> messages, int append = 0, DWORD maxFileSize = 0,
                     const wchar_t* name = L"SWL")
     {
@@ -46,13 +43,17 @@ protected:
     std::unique_ptr<CKesDebug> m_trace;
 };
 
-TEST_F(TraceLogTest, LineIsTabbedPrefixWideMessageAndCrLf)
+TEST_F(TraceLogTest, LineIsTabbedPrefixAndWideMessageCutTo1023WithinA1150CharacterLine)
 {
-    const std::string bytes = Log({L"wide text"});
     char ids[64];
     snprintf(ids, sizeof(ids), "SWL\\tPID:%lx\\tTID:%lx\\t", GetCurrentProcessId(), GetCurrentThreadId());
     const std::string rest = "[0-2][0-9]:[0-5][0-9]:[0-5][0-9]\\.[0-9]{3}\\t\\([0-9A-F]+\\)\\twide text\r\n";
+    const std::string bytes = Log({L"wide text"});
     EXPECT_TRUE(std::regex_match(bytes, std::regex(ids + rest))) << bytes;
+    const std::wstring x2000(2000, L'x');
+    EXPECT_EQ(Messages(Log({x2000.c_str()})), Lines{std::string(1023, 'x')});
+    const std::string cut = Log({x2000.c_str()}, 0, 0, std::wstring(300, L'N').c_str());
+    EXPECT_EQ(cut.substr(1148), "xx\r\n") << "a long name cuts the line to 1150 characters, not " << cut.size();
 }
 
 TEST_F(TraceLogTest, EarlierLinesStayOnlyWithAppendOneAndMaxFileSizeStopsWriting)
@@ -64,37 +65,19 @@ TEST_F(TraceLogTest, EarlierLinesStayOnlyWithAppendOneAndMaxFileSizeStopsWriting
     }
     EXPECT_EQ(Messages(Log({L"first", L"second"}, 0, 1)), Lines{"first"});
     EXPECT_EQ(Messages(Log({L"under a limit past 2 GB"}, 0, 0x80000000u)), Lines{"under a limit past 2 GB"});
-    ASSERT_TRUE(WriteFileBytes(m_file, "x"));
-    EXPECT_EQ(Log({L"appended"}, 1, 1), "x");
 }
 
 TEST_F(TraceLogTest, ConfigureGivesZeroWhenSwitchedOff31ForLongPathsAnd1006ForUnopenableFiles)
 {
-    const struct { int trace; DWORD level; } switchedOff[] = {{-1, 1}, {0, 5}, {1, 0}}; // -1: no TRACE value
-    for (const auto& row : switchedOff)
-    {
-        ASSERT_TRUE(row.trace < 0 ? testreg::DeleteValue(kTraceKey, L"TRACE")
-                                  : testreg::SetDword(kTraceKey, L"TRACE", row.trace));
-        CKesDebug trace;
-        EXPECT_EQ(trace.Configure(L"SWL", m_file.c_str(), row.level, 1, 0, kTraceKey), 0);
-        trace.Print(L"never");
-        EXPECT_FALSE(trace.IsConfigured() || FileExists(m_file)) << row.trace << "/" << row.level;
-    }
     const std::wstring base = m_dir.path() + L"\\";
-    const std::wstring path243 = base + std::wstring(243 - base.size(), L'a');
+    m_file = base + std::wstring(243 - base.size(), L'a'); // the longest path accepted
     CKesDebug trace;
-    EXPECT_EQ(trace.Configure(L"SWL", (path243 + L"b").c_str(), 0, 0, 0, kTraceKey), 31) << "checked before the level";
+    EXPECT_EQ(trace.Configure(L"SWL", (m_file + L"b").c_str(), 0, 0, 0, kTraceKey), 31) << "checked before the level";
     EXPECT_EQ(trace.Configure(L"SWL", m_dir.File(L"missing\\trace.txt").c_str(), 1, 0, 0, kTraceKey), 1006);
-    EXPECT_EQ(trace.Configure(L"SWL", path243.c_str(), 1, 0, 0, kTraceKey), 0); // the last row left TRACE = 1
-}
-
-TEST_F(TraceLogTest, MessageIsCutTo1023AndTheLineTo1150Characters)
-{
-    const std::wstring x2000(2000, L'x');
-    EXPECT_EQ(Messages(Log({x2000.c_str()})), Lines{std::string(1023, 'x')});
-    // A long name pushes the line past 1150 characters: the message gives way.
-    const std::string bytes = Log({x2000.c_str()}, 0, 0, std::wstring(300, L'N').c_str());
-    EXPECT_EQ(bytes.substr(1148), "xx\r\n") << "1150 characters and CR LF, not " << bytes.size();
+    ASSERT_TRUE(testreg::SetDword(kTraceKey, L"TRACE", 0));
+    EXPECT_EQ(Log({L"switched off in the registry"}), "");
+    ASSERT_TRUE(testreg::SetDword(kTraceKey, L"TRACE", 1));
+    EXPECT_EQ(Messages(Log({L"on"})), Lines{"on"});
 }
 
 TEST_F(TraceLogTest, ExceptionWhileWritingLeavesTheErrorLineAndReleasesTheLock)
@@ -109,21 +92,17 @@ TEST_F(TraceLogTest, ExceptionWhileWritingLeavesTheErrorLineAndReleasesTheLock)
               (Lines{"CKesDebug::Error - EXCEPTION DURING DEBUG PRINT.", "from another thread"}));
 }
 
-// Opens a scope on a result that holds start, then sets it to end before the scope closes.
-template <class T, class... Tag>
-void Scoped(const wchar_t* name, T start, T end, Tag... hresultTag)
-{
-    T result = start;
-    CKesDebugScope scope(name, &result, hresultTag...);
-    result = end;
-}
-
 TEST(TraceScope, ExitLineShowsTheResultAsItIsWhenTheScopeEnds)
 {
     TraceCapture trace;
-    Scoped(L"Int", 0, 1);
-    Scoped(L"Record", KesResult{0}, KesResult{31});
-    Scoped<HRESULT>(L"Com", S_OK, E_FAIL, 0);
+    auto scoped = [](const wchar_t* name, auto start, auto end, auto... hresultTag) {
+        auto result = start;
+        CKesDebugScope scope(name, &result, hresultTag...);
+        result = end;
+    };
+    scoped(L"Int", 0, 1);
+    scoped(L"Record", KesResult{0}, KesResult{31});
+    scoped(L"Com", HRESULT{S_OK}, HRESULT{E_FAIL}, 0);
     EXPECT_THROW([] { CKesDebugScope scope(L"Throws"); throw std::runtime_error("fault"); }(), std::runtime_error);
     EXPECT_EQ(trace.Messages(),
               (std::vector<std::wstring>{L"ENTRY:  Int", L"EXIT:  Int, nReturn=1", L"ENTRY:  Record",

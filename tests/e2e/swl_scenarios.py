@@ -1,31 +1,20 @@
 #!/usr/bin/env python3
-"""End-to-end scenarios (scenarios/*.py): packages built with wixl around the DLL
-under test, or prebuilt, installed by `wine msiexec` in a fresh prefix each.
-Wine reports an action whose DLL does not load, or lacks the export, as a
-success, so every scenario checks real effects: log lines, registry, files.
+"""End-to-end scenarios (scenarios/*.py): packages built with wixl around the DLL under test, or
+prebuilt, installed by `wine msiexec` in a fresh prefix each. Wine reports an action whose DLL does
+not load, or lacks the export, as a success: the checks look at log lines, registry and files.
 
   swl_scenarios.py --build DIR [--dll DLL] [--workdir DIR] [NAME_GLOB ...]
   swl_scenarios.py ... --expect-fail --break-dll missing|unloadable|rename=EXPORT ... NAME
 The last line is exactly "N passed, M failed"; the exit code is 1 when M > 0.
 """
 
-import argparse
-import concurrent.futures
-import fnmatch
-import os
-import runpy
-import re
-import shutil
-import subprocess
-import sys
-import uuid
+import argparse, concurrent.futures, fnmatch, os, re, runpy, shutil, subprocess, sys, uuid
 from dataclasses import dataclass, field
 from pathlib import Path
 from xml.sax.saxutils import escape, quoteattr
 
 HERE = Path(__file__).resolve().parent
-TOOLS = HERE.parent.parent / "tools"
-DEF_FILE = HERE.parent.parent / "SWLLib/Source/SWLLib.def"
+PREFIX_TOOL = str(HERE.parents[1] / "tools/wine-prefix.sh")
 PRODUCT_KEY = r"HKLM\SOFTWARE\CORVANE\SWL"
 UNINSTALL_KEY = r"HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall"
 
@@ -43,31 +32,22 @@ class Scenario:
     product_key: bool = True   # the Registry table creates PRODUCT_KEY\InstallDir
 
 
-# ---- what the runs leave behind ---------------------------------------------
-
 ENDED = re.compile(r"Action ended [0-9:]+: (.+?)\. Return value (-?\d+)\.")
 PROPERTY = re.compile(r"Property\([SC]\): (\S+) = (.*)")
-# Our INFO records: Wine leaves field 1 (the time stamp) empty.
-OURS = re.compile(r"1:  2: (.*?)(?: 3: (.*?))? ?")
+OURS = re.compile(r"1:  2: (.*?)(?: 3: (.*?))? ?")   # our INFO records: Wine leaves the time stamp empty
 
 
 class Log:
     def __init__(self, path):
         text = path.read_bytes().decode("cp1252", "replace") if path.exists() else ""
         self.lines = text.replace("\r", "").split("\n")
-        self.results, self.props, self.ours = {}, {}, []   # results: the last of each action
-        for line in self.lines:
-            if m := ENDED.match(line):
-                self.results[m[1]] = int(m[2])
-            elif m := PROPERTY.match(line):
-                self.props[m[1]] = m[2]
-            elif m := OURS.fullmatch(line):
-                self.ours.append(m[1] + (m[2] or ""))
+        self.results = {m[1]: int(m[2]) for m in map(ENDED.match, self.lines) if m}   # the last of each action
+        self.props = {m[1]: m[2] for m in map(PROPERTY.match, self.lines) if m}
+        self.ours = [m[1] + (m[2] or "") for m in map(OURS.fullmatch, self.lines) if m]
 
     def excerpt(self, actions):
-        out = [l for l in self.lines if OURS.fullmatch(l) or
-               ((m := ENDED.match(l)) and m[1] in actions + ["INSTALL"])]
-        return out[-40:]
+        return [l for l in self.lines if OURS.fullmatch(l) or
+                ((m := ENDED.match(l)) and m[1] in actions + ["INSTALL"])][-40:]
 
 
 def unescape(text):
@@ -76,21 +56,20 @@ def unescape(text):
 
 
 def read_hklm(prefix):
-    """HKLM of a stopped prefix: {key: {name: str (REG_SZ) | int (REG_DWORD) | raw text}},
-    key and value names in lower case, keys without "HKLM\\"."""
+    """HKLM of a stopped prefix: {key without "HKLM\\": {name: str | int (REG_DWORD) | raw}}, all lower case."""
     keys, current = {}, None
     for line in (prefix / "system.reg").read_text("ascii", "replace").split("\n"):
         if line.startswith("["):
             current = keys.setdefault(unescape(line[1:line.rindex("]")]).lower(), {})
         elif current is not None and (m := re.match(r'(@|"(?:[^"\\]|\\.)*")=(.*)', line)):
-            value = (unescape(m[2][1:-1]) if m[2].startswith('"') else
-                     int(m[2][6:], 16) if m[2].startswith("dword:") else m[2])
-            current["" if m[1] == "@" else unescape(m[1][1:-1]).lower()] = value
+            current["" if m[1] == "@" else unescape(m[1][1:-1]).lower()] = (
+                unescape(m[2][1:-1]) if m[2].startswith('"') else
+                int(m[2][6:], 16) if m[2].startswith("dword:") else m[2])
     return keys
 
 
 class Context:
-    """What the checks see: per run its log, msiexec exit code and HKLM afterwards."""
+    """What the checks see: per run its log, msiexec exit code and HKLM afterwards; run=None is the last run."""
 
     def __init__(self, prefix, vars, actions):
         self.prefix, self.vars, self.actions = prefix, vars, actions
@@ -112,75 +91,58 @@ class Context:
         return self.prefix / "drive_c" / windows_path[3:].replace("\\", "/")
 
 
-# ---- checks: each returns a function of the Context; run=None is the last run --
-
-def ran(action, want=1, run=None):
-    """The action's "Return value": 1 success, 0 anything else in Wine 8 (see exit_code), None not run."""
-    def check(c):
-        got = c.log(run).results.get(action)
-        return None if got == want else "%s: return value %s, expected %s" % (action, got, want)
-    return check
+def check(test):
+    """The check test(c, run, *arguments) as name(*arguments, run=None); run=None is the last run."""
+    return lambda *arguments, run=None: lambda c: test(c, run or c.last, *arguments)
 
 
-def every_action_succeeded(run=None):
-    def check(c):
-        wrong = [a for a in c.actions if c.log(run).results.get(a) != 1]
-        return "not successful: " + ", ".join(wrong) if wrong else None
-    return check
+@check
+def ran(c, run, action, want=1):  # "Return value": 1 success, 0 any failure (see exit_code), None not run
+    got = c.log(run).results.get(action)
+    return None if got == want else "%s: return value %s, expected %s" % (action, got, want)
 
 
-def logged(*lines, run=None):
-    """Our log lines (field 2 + field 3) in this order; others may come between."""
-    def check(c):
-        ours, at = c.log(run).ours, 0
-        for line in map(c.fmt, lines):
-            if line not in ours[at:]:
-                return "not logged%s: %r" % (" in this order" if line in ours else "", line)
-            at = ours.index(line, at) + 1
-    return check
+@check
+def every_action_succeeded(c, run):
+    wrong = [a for a in c.actions if c.log(run).results.get(a) != 1]
+    return "not successful: " + ", ".join(wrong) if wrong else None
 
 
-def not_logged(line, run=None):
-    return lambda c: "logged %r" % line if line in c.log(run).ours else None
+@check
+def logged(c, run, *lines):  # our log lines (field 2 + field 3) in this order; others may come between
+    ours, at = c.log(run).ours, 0
+    for line in map(c.fmt, lines):
+        if line not in ours[at:]:
+            return "not logged%s: %r" % (" in this order" if line in ours else "", line)
+        at = ours.index(line, at) + 1
 
 
-def exit_code(code, run=None):
-    """msiexec's result; Linux gets only its low 8 bits (1603 arrives as 67)."""
-    def check(c):
-        got = c.codes[run or c.last]
-        return None if got == code & 0xFF else "msiexec exit code %d, expected %d" % (got, code & 0xFF)
-    return check
+@check
+def reg(c, run, key, name, want):  # str is REG_SZ, int REG_DWORD, re.Pattern a matching REG_SZ, None absent
+    got = c.value(key, name, run)
+    ok = (isinstance(got, str) and want.fullmatch(got)) if isinstance(want, re.Pattern) else \
+        got == (c.fmt(want) if isinstance(want, str) else want)
+    return None if ok else "%s\\%s = %r, expected %r" % (c.fmt(key), name, got, want)
 
 
-def reg(key, name, want, run=None):
-    """A value after the run: str is REG_SZ, int REG_DWORD, re.Pattern a matching REG_SZ, None absent."""
-    def check(c):
-        got = c.value(key, name, run)
-        ok = (isinstance(got, str) and want.fullmatch(got)) if isinstance(want, re.Pattern) else \
-            got == (c.fmt(want) if isinstance(want, str) else want)
-        return None if ok else "%s\\%s = %r, expected %r" % (c.fmt(key), name, got, want)
-    return check
+not_logged = check(lambda c, run, line: "logged %r" % line if line in c.log(run).ours else None)
+no_key = check(lambda c, run, key: "%s exists" % c.fmt(key) if c.key(key, run) is not None else None)
+exit_code = check(lambda c, run, code: None if c.codes[run] == code & 0xFF else  # Linux gets the low 8 bits: 1603 is 67
+                  "msiexec exit code %d, expected %d" % (c.codes[run], code & 0xFF))
 
-
-def no_key(key, run=None):
-    return lambda c: "%s exists" % c.fmt(key) if c.key(key, run) is not None else None
-
-
-# ---- packages and broken DLLs -----------------------------------------------
 
 WXS = """<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi">
-  <Product Id="%(code)s" Name="Corvane(R) Swiftlane Technology" Language="1033" Version="2.6.0"
-           Manufacturer="Corvane" UpgradeCode="{6E1A0C52-7B9D-4E21-A3F4-2C8B5D9E0F17}">
-    <Package InstallerVersion="500" Compressed="yes" InstallScope="perMachine"/>
-    <Directory Id="TARGETDIR" Name="SourceDir"><Directory Id="ProgramFiles64Folder">
-      <Directory Id="INSTALLDIR" Name="SWL Scenario">
-        <Component Id="Product" Guid="{3B9D2E71-8C44-4F0A-9E62-7A15C0D4B8E3}" Win64="yes">%(key)s</Component>
-    </Directory></Directory></Directory>
-    <Feature Id="Main" Level="1"><ComponentRef Id="Product"/></Feature>
-    %(rows)s
-    <InstallExecuteSequence>%(sequence)s</InstallExecuteSequence>
-  </Product>
-</Wix>
+<Product Id="%(code)s" Name="Corvane(R) Swiftlane Technology" Language="1033" Version="2.6.0" Manufacturer="Corvane"
+         UpgradeCode="{6E1A0C52-7B9D-4E21-A3F4-2C8B5D9E0F17}">
+  <Package InstallerVersion="500" Compressed="yes" InstallScope="perMachine"/>
+  <Directory Id="TARGETDIR" Name="SourceDir"><Directory Id="ProgramFiles64Folder">
+    <Directory Id="INSTALLDIR" Name="SWL Scenario">
+      <Component Id="Product" Guid="{3B9D2E71-8C44-4F0A-9E62-7A15C0D4B8E3}" Win64="yes">%(key)s</Component>
+  </Directory></Directory></Directory>
+  <Feature Id="Main" Level="1"><ComponentRef Id="Product"/></Feature>
+  %(rows)s
+  <InstallExecuteSequence>%(sequence)s</InstallExecuteSequence>
+</Product></Wix>
 """
 PRODUCT_KEY_XML = ('<RegistryKey Root="HKLM" Key="SOFTWARE\\CORVANE\\SWL"><RegistryValue Name="InstallDir" '
                    'Type="string" Value="[INSTALLDIR]" KeyPath="yes"/></RegistryKey>')
@@ -188,51 +150,45 @@ PRODUCT_KEY_XML = ('<RegistryKey Root="HKLM" Key="SOFTWARE\\CORVANE\\SWL"><Regis
 
 def exports():
     """The custom actions SWLLib.def declares."""
-    text = DEF_FILE.read_text().split("EXPORTS", 1)[1]
-    return [l.split(";")[0].split()[0] for l in text.splitlines() if l.split(";")[0].strip()]
+    text = (HERE.parents[1] / "SWLLib/Source/SWLLib.def").read_text()
+    return re.findall(r"^[ \t]*(\w+)", text.split("EXPORTS", 1)[1], re.M)
 
 
 def rename_export(data, name):
     """The DLL with the export's last letter changed so that only it goes missing: ld writes
     the .def names as one sorted block, which the loader searches by bisection."""
-    names = sorted(exports())
-    at = data.find(b"\0".join(n.encode() for n in names) + b"\0")
-    if at < 0 or name not in names:
+    names, pack = sorted(exports()), lambda names: b"\0".join(n.encode() for n in names) + b"\0"
+    if name not in names or pack(names) not in data:
         raise ValueError("cannot find the export %s" % name)
-    i = names.index(name)
-    at += sum(len(n) + 1 for n in names[:i]) + len(name) - 1
     for c in "zyxwvutsrqponmlkjihgfedcba_":
-        trial = names[:i] + [name[:-1] + c] + names[i + 1:]
-        if trial[i] not in names and trial == sorted(trial):
-            return data[:at] + c.encode() + data[at + 1:]
+        trial = [name[:-1] + c if n == name else n for n in names]
+        if trial == sorted(set(trial)):   # still sorted, no name twice
+            return data.replace(pack(names), pack(trial), 1)
     raise ValueError("no same-length name keeps the export table sorted")
 
 
 def build_package(s, work, dll, variant):
     """Builds s.package with wixl; variant breaks the DLL: missing (no Binary row), unloadable, rename=X."""
-    rows = []
-    if variant != "missing":
-        data = dll.read_bytes()
-        if variant == "unloadable":
-            data = b"MZ this is not a loadable image\0" * 64
-        elif variant and variant.startswith("rename="):
-            data = rename_export(data, variant[7:])
-        elif variant:
-            raise ValueError("unknown --break-dll " + variant)
-        (work / "SWLLib.dll").write_bytes(data)
-        rows.append('<Binary Id="SWLLib" SourceFile="SWLLib.dll"/>')
-    for i, (name, data) in enumerate(s.binaries.items()):
+    data = dll.read_bytes()
+    if variant == "unloadable":
+        data = b"MZ this is not a loadable image\0" * 64
+    elif variant and variant.startswith("rename="):
+        data = rename_export(data, variant[7:])
+    elif variant not in (None, "missing"):
+        raise ValueError("unknown --break-dll " + variant)
+    binaries = dict(s.binaries) if variant == "missing" else {"SWLLib": data, **s.binaries}
+    for i, data in enumerate(binaries.values()):
         (work / ("bin%d.dat" % i)).write_bytes(data)
-        rows.append('<Binary Id=%s SourceFile="bin%d.dat"/>' % (quoteattr(name), i))
+    rows = ['<Binary Id=%s SourceFile="bin%d.dat"/>' % (quoteattr(name), i) for i, name in enumerate(binaries)]
     rows += ['<Property Id=%s Value=%s/>' % (quoteattr(k), quoteattr(v)) for k, v in s.properties.items()]
     rows += ['<CustomAction Id="%s" BinaryKey="SWLLib" DllEntry="%s" Return="check"/>' % (a[0], a[0])
              for a in s.package]
-    sequence = ['<Custom Action="%s" Sequence="%d">%s</Custom>' % (a[0], a[1], escape(a[2] if a[2:] else ""))
+    sequence = ['<Custom Action="%s" Sequence="%d">%s</Custom>' % (a[0], a[1], escape("".join(a[2:])))
                 for a in s.package]
-    code = "{%s}" % str(uuid.uuid5(uuid.NAMESPACE_URL, "swl-e2e:" + s.name)).upper()
     (work / "package.wxs").write_text(WXS % {
-        "code": code, "key": PRODUCT_KEY_XML if s.product_key else "<CreateFolder/>",
-        "rows": "\n    ".join(rows), "sequence": "".join(sequence)})
+        "code": "{%s}" % str(uuid.uuid5(uuid.NAMESPACE_URL, "swl-e2e:" + s.name)).upper(),
+        "key": PRODUCT_KEY_XML if s.product_key else "<CreateFolder/>",
+        "rows": "\n  ".join(rows), "sequence": "".join(sequence)})
     out = subprocess.run(["wixl", "-a", "x64", "-o", "package.msi", "package.wxs"], cwd=work,
                          capture_output=True, text=True)
     if out.returncode:
@@ -245,8 +201,6 @@ def msi_table(msi, table):
     return [l.split("\t") for l in out.stdout.replace("\r", "").splitlines()[3:] if l]
 
 
-# ---- running ------------------------------------------------------------------
-
 ENV = {k: v for k, v in os.environ.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
 ENV.update(WINEDEBUG=ENV.get("WINEDEBUG", "-all"), WINEDLLOVERRIDES="mscoree,mshtml=", WINEARCH="win64")
 
@@ -258,7 +212,7 @@ def sh(cmd, work, prefix, timeout=300):
 
 
 def prepare_prefix(s, work, prefix):
-    if sh([str(TOOLS / "wine-prefix.sh"), "create", str(prefix)], work, prefix, 600):
+    if sh([PREFIX_TOOL, "create", str(prefix)], work, prefix, 600):
         raise RuntimeError("cannot create the Wine prefix (see wine.txt)")
     keys = {**s.registry, **({r"HKEY_CURRENT_USER\Software\Wine": {"Version": s.windows}} if s.windows else {})}
     if keys:
@@ -272,25 +226,22 @@ def prepare_prefix(s, work, prefix):
 
 
 def run_scenario(s, args, variant):
-    """(label, status: passed | failed | error | pending, problems and log excerpt)."""
+    """(label, status: passed | failed | error, problems with log excerpts and the end of wine.txt)."""
     label = s.name + ("[%s]" % variant if variant else "")
     work = args.workdir / re.sub(r"[^\w.-]", "-", label)
-    prefix, problems = work / "prefix", []
-    prebuilt = isinstance(s.package, str)
-    if not prebuilt and {a[0] for a in s.package} - set(exports()):
-        return label, "pending", ["SWLLib.def does not export its actions yet"]
+    prefix, problems, c = work / "prefix", [], None
     if work.exists():
-        sh([str(TOOLS / "wine-prefix.sh"), "destroy", str(prefix)], work, prefix)
+        sh([PREFIX_TOOL, "destroy", str(prefix)], work, prefix)
         shutil.rmtree(work)
     work.mkdir(parents=True)
     try:
+        prebuilt = isinstance(s.package, str)
         if prebuilt and variant:
             raise ValueError("--break-dll needs a package built by the runner")
         msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.dll, variant)
         props = dict(row[:2] for row in msi_table(msi, "Property"))
         actions = msi_table(msi, "CustomAction")
-        # Wine runs a missing export as a success.
-        problems += ["SWLLib.def does not export " + a[3] for a in actions if a[3] not in exports()]
+        problems += ["SWLLib.def does not export " + a[3] for a in actions if a[3] not in exports()]  # Wine: success
         c = Context(prefix, {"product_code": props["ProductCode"], "version": props["ProductVersion"]},
                     [a[0] for a in actions])
         prepare_prefix(s, work, prefix)
@@ -299,32 +250,29 @@ def run_scenario(s, args, variant):
             command = ["wine", "msiexec", mode, str(msi), "/qn", "/l*v", name + ".log"] + extra
             c.codes[name] = sh(command, work, prefix)
             if not (work / (name + ".log")).exists():
-                # No log means msiexec never reached the Installer: Wine itself failed to
-                # start (seen once on a loaded machine). That is not the product's fault,
-                # so the run gets one more try; wine.txt keeps what Wine said.
+                # Wine itself failed to start msiexec (seen once on a loaded machine): one more try.
                 print("RETRY %s: %s wrote no log (exit code %d)" % (label, name, c.codes[name]), flush=True)
-                sh([str(TOOLS / "wine-prefix.sh"), "stop", str(prefix)], work, prefix)
+                sh([PREFIX_TOOL, "stop", str(prefix)], work, prefix)
                 c.codes[name] = sh(command, work, prefix)
             c.logs[name], c.last = Log(work / (name + ".log")), name
-            # Ending the server writes the registry files.
-            sh([str(TOOLS / "wine-prefix.sh"), "stop", str(prefix)], work, prefix)
+            sh([PREFIX_TOOL, "stop", str(prefix)], work, prefix)  # ending the server writes the registry files
             c.hklm[name] = read_hklm(prefix)
-        for check in s.checks:
+        for test in s.checks:
             try:
-                problems.append(check(c))
+                problems.append(test(c))
             except Exception as e:  # a check that cannot run has failed
                 problems.append("%s: %s" % (type(e).__name__, e))
         problems = [p for p in problems if p]
-        if problems:
-            for name, log in c.logs.items():
-                problems += ["-- %s.log" % name] + ["   " + l for l in log.excerpt(c.actions)]
-            wine = (work / "wine.txt").read_bytes().decode("utf-8", "replace").splitlines()
-            problems += ["-- wine.txt"] + ["   " + l for l in wine[-15:]]
         status = "failed" if problems else "passed"
     except Exception as e:
         status, problems = "error", problems + ["%s: %s" % (type(e).__name__, e)]
     finally:
-        sh([str(TOOLS / "wine-prefix.sh"), "destroy", str(prefix)], work, prefix)
+        for name, log in c.logs.items() if c and problems else []:
+            problems += ["-- %s.log" % name] + ["   " + l for l in log.excerpt(c.actions)]
+        if problems and (work / "wine.txt").exists():
+            wine = (work / "wine.txt").read_bytes().decode("utf-8", "replace").splitlines()
+            problems += ["-- wine.txt"] + ["   " + l for l in wine[-15:]]
+        sh([PREFIX_TOOL, "destroy", str(prefix)], work, prefix)
     return label, status, problems
 
 
@@ -337,28 +285,21 @@ def main():
     ap.add_argument("--expect-fail", action="store_true")
     ap.add_argument("names", nargs="*", help="scenario names or glob patterns (default: all)")
     args = ap.parse_args()
-    args.build = args.build.resolve()
-    args.dll = (args.dll or args.build / "bin/SWLLib.dll").resolve()
-    args.workdir = (args.workdir or args.build / "e2e").resolve()
+    args.build, args.dll, args.workdir = (p.resolve() for p in (
+        args.build, args.dll or args.build / "bin/SWLLib.dll", args.workdir or args.build / "e2e"))
 
     sys.modules.setdefault("swl_scenarios", sys.modules[__name__])
-    scenarios = []
-    for path in sorted((HERE / "scenarios").glob("*.py")):
-        scenarios += runpy.run_path(str(path))["SCENARIOS"]
+    scenarios = [s for p in sorted((HERE / "scenarios").glob("*.py")) for s in runpy.run_path(str(p))["SCENARIOS"]]
     jobs = [(s, v) for s in scenarios for v in args.break_dll or [None]
             if not args.names or any(fnmatch.fnmatchcase(s.name, n) for n in args.names)]
     passed = failed = 0
     with concurrent.futures.ThreadPoolExecutor(min(4, os.cpu_count() or 1)) as pool:
-        futures = [pool.submit(run_scenario, s, args, v) for s, v in jobs]
-        for future in concurrent.futures.as_completed(futures):
+        for future in concurrent.futures.as_completed([pool.submit(run_scenario, s, args, v) for s, v in jobs]):
             label, status, problems = future.result()
-            if status == "pending":
-                print("SKIP %s: %s" % (label, problems[0]), flush=True)
-                continue
             ok = status == ("failed" if args.expect_fail else "passed")
             passed, failed = passed + ok, failed + (not ok)
-            print("%s %s%s" % ("PASS" if ok else "FAIL", label, "" if status == "passed" else " (%s)" % status))
-            print("".join("    %s\n" % p for p in problems), end="", flush=True)
+            print("%s %s%s" % ("PASS" if ok else "FAIL", label, "" if status == "passed" else " (%s)" % status) +
+                  "".join("\n    " + p for p in problems), flush=True)
     if not jobs:
         print("no scenario matches " + " ".join(args.names))
         failed = 1

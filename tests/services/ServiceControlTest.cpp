@@ -7,6 +7,7 @@
 
 namespace
 {
+using Lines = std::vector<std::wstring>;
 const UniqueServiceHandle g_manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
 
 // swl_test_service installed (not started) under name; released, awaited and deleted at the end.
@@ -15,18 +16,17 @@ struct TestService
     TestService(const std::wstring& name, const std::wstring& arguments)
         : release(CreateEventW(nullptr, TRUE, FALSE, (L"Global\\SWLTestServiceRelease_" + name).c_str()))
     {
-        wchar_t folder[MAX_PATH] = {};
-        GetModuleFileNameW(nullptr, folder, MAX_PATH);
-        *wcsrchr(folder, L'\\') = L'\0';
-        const std::wstring binary = L"\"" + std::wstring(folder) + L"\\swl_test_service.exe\" " + arguments;
+        wchar_t command[MAX_PATH] = L"\"";
+        GetModuleFileNameW(nullptr, command + 1, MAX_PATH - 32);
+        wcscpy(wcsrchr(command, L'\\'), L"\\swl_test_service.exe\" ");
         service.reset(CreateServiceW(g_manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
                                      SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
-                                     binary.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
+                                     (command + arguments).c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
     }
     ~TestService()
     {
-        SetEvent(release.get());
         SERVICE_STATUS status = {};
+        SetEvent(release.get());
         while (QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_STOPPED)
             Sleep(50);
         DeleteService(service.get());
@@ -35,11 +35,7 @@ struct TestService
     UniqueServiceHandle service;
 };
 
-struct ServiceControlTest : ::testing::Test
-{
-    TestSession m_session;
-    TraceCapture m_trace;
-};
+struct ServiceControlTest : ::testing::Test { TestSession m_session; TraceCapture m_trace; };
 } // namespace
 
 TEST_F(ServiceControlTest, AddedDriverHasTheDriverConfigurationAndIsGoneAfterRemoveService)
@@ -61,70 +57,49 @@ TEST_F(ServiceControlTest, AddedDriverHasTheDriverConfigurationAndIsGoneAfterRem
     EXPECT_EQ(0u, AddService(L"SWLTestDriver2", L"SWL test driver", binary.c_str(), 1)); // display name taken
     EXPECT_TRUE(m_trace.Printed(L"AddService failed for 'SWLTestDriver2': " +
                                 SystemErrorText(ERROR_DUPLICATE_SERVICE_NAME)));
-    EXPECT_EQ(31u, AddService(L"SWLTestDriver2", L"Other", L"C:\\windows\\missing.sys", 1)); // the manager is not asked
+    EXPECT_EQ(31u, AddService(L"SWLTestDriver2", L"Other", L"C:\\windows\\missing.sys", 1));
     EXPECT_TRUE(m_trace.Printed(L"Invalid binary for service, doesnt exist : " +
                                 SystemErrorText(ERROR_FILE_NOT_FOUND)));
-    EXPECT_FALSE(UniqueServiceHandle(OpenServiceW(g_manager.get(), L"SWLTestDriver2", SERVICE_QUERY_STATUS)));
 
+    EXPECT_EQ(0u, STOPService(L"SWLTestDriver", m_session.handle())); // never started
     EXPECT_EQ(0u, RemoveService(L"SWLTestDriver", m_session.handle()));
-    EXPECT_EQ(0u, GetServiceStatus(L"SWLTestDriver"));
-    EXPECT_TRUE(m_trace.Printed(L"Service 'SWLTestDriver' does not exist")) << m_trace.Dump();
     EXPECT_EQ(31u, STOPService(L"SWLTestDriver", m_session.handle()));
-    EXPECT_EQ(std::vector<std::wstring>{L"Service does not exist!!!!!!"}, m_session.LogLines());
+    EXPECT_EQ((Lines{L"Service already stopped", L"Service does not exist!!!!!!"}), m_session.LogLines());
 }
 
-TEST_F(ServiceControlTest, QuickServiceIsStartedAndStoppedOnceOnly)
-{
-    TestService service(L"SWLTestSvcQuick", L"");
-    EXPECT_EQ(0u, STARTService(L"SWLTestSvcQuick"));
-    TraceCapture again;
-    EXPECT_EQ(0u, STARTService(L"SWLTestSvcQuick"));
-    EXPECT_TRUE(again.Errored(L"Service already started")) << again.Dump();
-    EXPECT_FALSE(again.Printed(L"Service elgible for a start request"));
-
-    EXPECT_EQ(0u, STOPService(L"SWLTestSvcQuick", m_session.handle()));
-    EXPECT_TRUE(m_trace.Printed(L"Service stopped")) << m_trace.Dump();
-    EXPECT_EQ(0u, STOPService(L"SWLTestSvcQuick", m_session.handle()));
-    EXPECT_EQ(std::vector<std::wstring>{L"Service already stopped"}, m_session.LogLines());
-}
-
-TEST_F(ServiceControlTest, PendingStartMustReachRunningWithinATenthOfTheHint)
+TEST_F(ServiceControlTest, StartIsSentOnceAndAPendingStartMustBeRunningWithinATenthOfTheHint)
 {
     TestService slow(L"SWLTestSvcSlowStart", L"--start-hint=15000 --start-delay=300"); // one poll step of 1.5 s
     EXPECT_EQ(0u, STARTService(L"SWLTestSvcSlowStart"));
-    EXPECT_EQ(static_cast<DWORD>(SERVICE_RUNNING), GetServiceStatus(L"SWLTestSvcSlowStart"));
+    EXPECT_EQ(0u, STARTService(L"SWLTestSvcSlowStart")); // running: no second start request
+    EXPECT_TRUE(m_trace.Errored(L"Service already started")) << m_trace.Dump();
     TestService stuck(L"SWLTestSvcStuckStart", L"--start-hint=1000 --start-delay=2500"); // one poll step of 0.1 s
     EXPECT_EQ(31u, STARTService(L"SWLTestSvcStuckStart"));
     EXPECT_TRUE(m_trace.Printed(L"Service start request timed out!")) << m_trace.Dump();
-    EXPECT_EQ(static_cast<DWORD>(SERVICE_START_PENDING), GetServiceStatus(L"SWLTestSvcStuckStart"));
 }
 
-TEST_F(ServiceControlTest, StopWaitAllowsOneSecondWhenTheCallerAsksForLess)
+TEST_F(ServiceControlTest, StopWaitsAtLeastOneSecondAndAsksForRebootWhenTheServiceDoesNotStop)
 {
-    // Polls every 300 ms and stops after 750 ms: a 500 ms budget would give up at the second poll.
-    TestService service(L"SWLTestSvcShortBudget", L"--stop=pending --stop-hint=300 --stop-delay=750");
-    ASSERT_EQ(0u, STARTService(L"SWLTestSvcShortBudget"));
-    EXPECT_EQ(0u, StopServiceAndWait(L"SWLTestSvcShortBudget", service.service.get(), 500, m_session.handle()));
-    EXPECT_TRUE(m_trace.Printed(L"Service stop requested for SWLTestSvcShortBudget with wait time of 500 ms"));
-    EXPECT_EQ(static_cast<DWORD>(SERVICE_STOPPED), GetServiceStatus(L"SWLTestSvcShortBudget"));
-}
+    // Polled every 300 ms, stopped after 750 ms: a 500 ms budget would give up at the second poll.
+    TestService pending(L"SWLTestSvcBudget", L"--stop=pending --stop-hint=300 --stop-delay=750");
+    ASSERT_EQ(0u, STARTService(L"SWLTestSvcBudget"));
+    EXPECT_EQ(0u, StopServiceAndWait(L"SWLTestSvcBudget", pending.service.get(), 500, m_session.handle()));
+    EXPECT_TRUE(m_trace.Printed(L"Service stop requested for SWLTestSvcBudget with wait time of 500 ms"));
 
-TEST_F(ServiceControlTest, ServiceThatDoesNotStopTimesOutAndAsksForReboot)
-{
-    const struct { const wchar_t* name; const wchar_t* arguments; const wchar_t* state; } cases[] = {
-        {L"SWLTestSvcHang", L"--stop=hang --stop-hint=700", L"SERVICE_STOP_PENDING"},
-        {L"SWLTestSvcRefuse", L"--stop=refuse --stop-hint=300", L"SERVICE_RUNNING"},
+    const Lines notStopped = {L"Service stop request timed out!",
+        L"STOP service request indicated the service was not stopped; requesting new status. A reboot may be needed.!!!!!!"};
+    const struct { const wchar_t* name; const wchar_t* arguments; DWORD result; const wchar_t* trace; } cases[] = {
+        {L"SWLTestSvcQuick", L"", 0, L"Service stopped"},
+        {L"SWLTestSvcHang", L"--stop=hang --stop-hint=700", 31, L"'SWLTestSvcHang' state is SERVICE_STOP_PENDING"},
+        {L"SWLTestSvcRefuse", L"--stop=refuse --stop-hint=300", 31, L"'SWLTestSvcRefuse' state is SERVICE_RUNNING"},
     };
     for (const auto& c : cases)
     {
         TestService service(c.name, c.arguments);
         ASSERT_EQ(0u, STARTService(c.name));
         m_session.ClearRecords();
-        EXPECT_EQ(31u, STOPService(c.name, m_session.handle()));
-        EXPECT_EQ((std::vector<std::wstring>{L"Service stop request timed out!",
-                                             L"STOP service request indicated the service was not stopped; requesting "
-                                             L"new status. A reboot may be needed.!!!!!!"}),
-                  m_session.LogLines());
-        EXPECT_TRUE(m_trace.Printed(L"'" + std::wstring(c.name) + L"' state is " + c.state)) << m_trace.Dump();
+        EXPECT_EQ(c.result, STOPService(c.name, m_session.handle())) << Narrow(c.name);
+        EXPECT_EQ(c.result ? notStopped : Lines{}, m_session.LogLines());
+        EXPECT_TRUE(m_trace.Printed(c.trace)) << m_trace.Dump();
     }
 }

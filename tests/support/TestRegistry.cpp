@@ -1,75 +1,53 @@
 #include "TestRegistry.h"
-#include <cstdio>
+#include "UniqueHandle.h"
+#include <shlwapi.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
-namespace
-{
-const wchar_t* const kProduct = L"SOFTWARE\\CORVANE\\SWL";
-
-bool SetRaw(const std::wstring& path, const std::wstring& name, DWORD type, const void* data, DWORD size)
-{
-    return RegSetKeyValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), type, data, size) == ERROR_SUCCESS;
-}
-} // namespace
+const HKEY HKLM = HKEY_LOCAL_MACHINE;
 
 namespace testreg
 {
 bool CreateKey(const std::wstring& path)
 {
-    HKEY key = nullptr;
-    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr))
-        return false;
-    RegCloseKey(key);
-    return true;
+    UniqueHKey key;
+    return RegCreateKeyExW(HKLM, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr) ==
+           ERROR_SUCCESS;
 }
 
 void DeleteTree(const std::wstring& path)
 {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
-    RegDeleteKeyW(HKEY_LOCAL_MACHINE, path.c_str());
+    SHDeleteKeyW(HKLM, path.c_str());
 }
 
 bool KeyExists(const std::wstring& path)
 {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(key);
-    return true;
+    UniqueHKey key;
+    return RegOpenKeyExW(HKLM, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
 }
 
 bool SetString(const std::wstring& path, const std::wstring& name, const std::wstring& value)
 {
-    return SetRaw(path, name, REG_SZ, value.c_str(), static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+    const DWORD bytes = static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t));
+    return RegSetKeyValueW(HKLM, path.c_str(), name.c_str(), REG_SZ, value.c_str(), bytes) == ERROR_SUCCESS;
 }
 
 bool SetDword(const std::wstring& path, const std::wstring& name, DWORD value)
 {
-    return SetRaw(path, name, REG_DWORD, &value, sizeof(value));
-}
-
-bool SetMultiString(const std::wstring& path, const std::wstring& name, const std::vector<std::wstring>& values)
-{
-    std::wstring block;
-    for (const auto& v : values)
-        block.append(v).push_back(L'\0');
-    block.push_back(L'\0');
-    return SetRaw(path, name, REG_MULTI_SZ, block.data(), static_cast<DWORD>(block.size() * sizeof(wchar_t)));
+    return RegSetKeyValueW(HKLM, path.c_str(), name.c_str(), REG_DWORD, &value, sizeof(value)) == ERROR_SUCCESS;
 }
 
 bool DeleteValue(const std::wstring& path, const std::wstring& name)
 {
-    return RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str()) == ERROR_SUCCESS;
+    return RegDeleteKeyValueW(HKLM, path.c_str(), name.c_str()) == ERROR_SUCCESS;
 }
 
 bool GetString(const std::wstring& path, const std::wstring& name, std::wstring& value, DWORD* type)
 {
-    DWORD size = 0;
-    DWORD t = 0;
-    const DWORD flags = RRF_RT_ANY | RRF_NOEXPAND;
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), flags, &t, nullptr, &size) != ERROR_SUCCESS)
-        return false;
-    std::wstring buffer(size / sizeof(wchar_t) + 1, L'\0');
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), flags, &t, &buffer[0], &size) != ERROR_SUCCESS)
+    std::wstring buffer(32768, L'\0'); // more than any test stores
+    DWORD size = static_cast<DWORD>(buffer.size() * sizeof(wchar_t)), t = 0;
+    if (RegGetValueW(HKLM, path.c_str(), name.c_str(), RRF_RT_ANY | RRF_NOEXPAND, &t, &buffer[0], &size) != 0)
         return false;
     buffer.resize(size / sizeof(wchar_t));
     while (!buffer.empty() && buffer.back() == L'\0' && t != REG_MULTI_SZ)
@@ -82,85 +60,44 @@ bool GetString(const std::wstring& path, const std::wstring& name, std::wstring&
 
 bool ValueExists(const std::wstring& path, const std::wstring& name)
 {
-    return RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_ANY, nullptr, nullptr, nullptr) ==
-           ERROR_SUCCESS;
+    return RegGetValueW(HKLM, path.c_str(), name.c_str(), RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
 }
 } // namespace testreg
 
-// Every test run has a throwaway prefix, so the product key is simply
-// removed before and after rather than saved and restored.
+// Every test run has a throwaway prefix: the key is removed, not saved and restored.
 ProductKeyGuard::ProductKeyGuard(bool createEmpty)
 {
-    testreg::DeleteTree(kProduct);
+    testreg::DeleteTree(L"SOFTWARE\\CORVANE\\SWL");
     if (createEmpty)
-        testreg::CreateKey(kProduct);
-}
-
-ProductKeyGuard::~ProductKeyGuard()
-{
-    testreg::DeleteTree(kProduct);
+        testreg::CreateKey(L"SOFTWARE\\CORVANE\\SWL");
 }
 
 TempDir::TempDir()
 {
-    wchar_t dir[MAX_PATH];
-    wchar_t path[MAX_PATH];
+    wchar_t dir[MAX_PATH], path[MAX_PATH];
     GetTempPathW(MAX_PATH, dir);
     GetTempFileNameW(dir, L"tst", 0, path);
-    DeleteFileW(path);
+    DeleteFileW(path); // the unique name becomes the folder's
     CreateDirectoryW(path, nullptr);
     m_path = path;
 }
 
-TempDir::~TempDir()
-{
-    RemoveTree(m_path);
-}
-
 void RemoveTree(const std::wstring& path)
 {
-    WIN32_FIND_DATAW data;
-    HANDLE find = FindFirstFileW((path + L"\\*").c_str(), &data);
-    if (find != INVALID_HANDLE_VALUE)
-    {
-        do
-        {
-            std::wstring name = data.cFileName;
-            std::wstring full = path + L"\\" + name;
-            if (name == L"." || name == L"..")
-                continue;
-            SetFileAttributesW(full.c_str(), FILE_ATTRIBUTE_NORMAL);
-            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-                RemoveTree(full);
-            else
-                DeleteFileW(full.c_str());
-        } while (FindNextFileW(find, &data));
-        FindClose(find);
-    }
-    RemoveDirectoryW(path.c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
 }
 
 std::string ReadFileBytes(const std::wstring& path)
 {
-    std::string bytes;
-    if (FILE* f = _wfopen(path.c_str(), L"rb"))
-    {
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof(buffer), f)) > 0;)
-            bytes.append(buffer, n);
-        fclose(f);
-    }
-    return bytes;
+    std::ifstream file(path.c_str(), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 bool WriteFileBytes(const std::wstring& path, const std::string& bytes)
 {
-    FILE* f = _wfopen(path.c_str(), L"wb");
-    if (!f)
-        return false;
-    bool ok = fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-    fclose(f);
-    return ok;
+    std::ofstream file(path.c_str(), std::ios::binary);
+    return file.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush().good();
 }
 
 bool FileExists(const std::wstring& path)

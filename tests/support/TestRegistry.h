@@ -13,7 +13,6 @@ void DeleteTree(const std::wstring& path);
 bool KeyExists(const std::wstring& path);
 bool SetString(const std::wstring& path, const std::wstring& name, const std::wstring& value);
 bool SetDword(const std::wstring& path, const std::wstring& name, DWORD value);
-bool SetMultiString(const std::wstring& path, const std::wstring& name, const std::vector<std::wstring>& values);
 bool DeleteValue(const std::wstring& path, const std::wstring& name);
 // False when the value is missing; type receives REG_*.
 bool GetString(const std::wstring& path, const std::wstring& name, std::wstring& value, DWORD* type = nullptr);
@@ -26,15 +25,17 @@ class ProductKeyGuard
 {
 public:
     explicit ProductKeyGuard(bool createEmpty = true);
-    ~ProductKeyGuard();
+    ~ProductKeyGuard() { testreg::DeleteTree(L"SOFTWARE\\CORVANE\\SWL"); }
 };
+
+void RemoveTree(const std::wstring& path);
 
 // A folder under %TEMP% that is removed with everything in it at the end.
 class TempDir
 {
 public:
     TempDir();
-    ~TempDir();
+    ~TempDir() { RemoveTree(m_path); }
     const std::wstring& path() const { return m_path; }
     std::wstring File(const std::wstring& name) const { return m_path + L"\\" + name; }
 
@@ -45,4 +46,3 @@ private:
 std::string ReadFileBytes(const std::wstring& path);
 bool WriteFileBytes(const std::wstring& path, const std::string& bytes);
 bool FileExists(const std::wstring& path);
-void RemoveTree(const std::wstring& path);

@@ -1,7 +1,6 @@
 #pragma once
-// An in-process Installer session for tests: a package built on the fly with
-// Property and Binary tables, opened with MsiOpenPackageW, with every INFO,
-// ACTIONSTART, PROGRESS and COMMONDATA record captured as it was sent.
+// An in-process Installer session on a package built on the fly (Property and Binary tables) that
+// captures every INFO, ACTIONSTART, PROGRESS and COMMONDATA record; not for concurrent threads.
 #include <windows.h>
 #include <msi.h>
 #include <msiquery.h>
@@ -20,10 +19,8 @@ class TestPackage
 public:
     TestPackage();
     TestPackage& Property(const std::wstring& name, const std::wstring& value);
-    // A Binary row whose stream holds exactly these bytes (may be empty).
     TestPackage& Binary(const std::wstring& name, const std::string& bytes);
-    // Writes the package to a new temporary file and returns its path.
-    std::wstring Build() const;
+    std::wstring Build() const; // writes the package to a new temporary file; returns its path
 
 private:
     std::vector<std::pair<std::wstring, std::wstring>> m_properties;
@@ -33,8 +30,7 @@ private:
 class TestSession
 {
 public:
-    TestSession();
-    explicit TestSession(const TestPackage& package);
+    explicit TestSession(const TestPackage& package = TestPackage());
     ~TestSession();
     TestSession(const TestSession&) = delete;
     TestSession& operator=(const TestSession&) = delete;
@@ -43,14 +39,10 @@ public:
     void SetProperty(const std::wstring& name, const std::wstring& value);
     std::wstring Property(const std::wstring& name) const;
 
-    // Forgets the records captured so far (a new session starts with none).
     void ClearRecords();
-    // Our Installer-log lines: field 2 of each 2- or 3-field INFO record, with
-    // field 3 appended directly when present ("text" + "detail").
+    // Our Installer-log lines: INFO records of 2 or 3 fields (time, text[, detail]) as text + detail.
     std::vector<std::wstring> LogLines() const;
     bool Logged(const std::wstring& line) const;
-    // The INFO records with 2 or 3 fields (time, text[, detail]).
-    std::vector<CapturedRecord> InfoRecords() const;
     std::vector<CapturedRecord> RecordsOfType(UINT installMessage) const;
 
 private:
@@ -58,5 +50,4 @@ private:
     MSIHANDLE m_hSession = 0;
 };
 
-// Readable text for assertion messages.
-std::string Narrow(const std::wstring& text);
+std::string Narrow(const std::wstring& text); // printable text for assertion messages

@@ -1,6 +1,6 @@
 #pragma once
-// The library's trace log (g_Debug) as a test sees it. The first TraceCapture
-// of a test program switches g_Debug on, once, into a file of its own (the
+// The library's trace log (g_Debug) as a test sees it. A TraceCapture switches
+// g_Debug on, whenever it is off, into the program's own file (the
 // switch value "TRACE" = 1 is written under HKLM\SOFTWARE\SWLTest\Trace, which
 // Configure consults). Each TraceCapture remembers where the file ended when
 // it was made and reads back only the lines written after that.
