@@ -391,13 +391,12 @@ bool CKesRegKey::DeleteValue(const CKesString& name)
 
 bool CKesRegKey::ValueExists(const CKesString& name)
 {
-    bool bResult = false;
-    CKesDebugScope scope(L"CKesRegKey::ValueExists", &bResult);
+    // A plain scope: the exit line carries no result.
+    CKesDebugScope scope(L"CKesRegKey::ValueExists");
     if (!m_bIsOpened)
-        return bResult;
+        return false;
     m_lResult = RegQueryValueExW(m_hKey, name.c_str(), nullptr, nullptr, nullptr, nullptr);
-    bResult = m_lResult == ERROR_SUCCESS;
-    return bResult;
+    return m_lResult == ERROR_SUCCESS;
 }
 
 bool CKesRegKey::SubKeyExists(const CKesString& name)

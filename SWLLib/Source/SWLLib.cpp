@@ -18,7 +18,14 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
 {
     if (reason == DLL_PROCESS_ATTACH)
     {
-        ConfigureTraceFromRegistry();
+        // Tracing is optional: should setting it up throw, loading goes on without it.
+        try
+        {
+            ConfigureTraceFromRegistry();
+        }
+        catch (...)
+        {
+        }
         g_hInstance = instance;
     }
     // Loading never fails on account of the trace configuration.

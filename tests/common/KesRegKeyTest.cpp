@@ -72,12 +72,15 @@ TEST_F(RegKeyTest, ClosedKeyRefusesEverythingWithoutARegistryCall)
     EXPECT_EQ(std::wstring(key.KeyName()), L"HKEY_LOCAL_MACHINE\\" + kKey + L"\\Missing");
     DWORD number = 0;
     CKesString text;
+    TraceCapture trace;
     // A write clears the code first; any registry call after it would leave a code of its own.
     EXPECT_FALSE(key.SetValue(L"v", number) || key.GetValue(L"v", number) || key.GetValue(L"v", text) ||
                  key.ValueExists(L"v") || key.DeleteSubKey(L"k") || key.EnumSubKey(text) ||
                  key.AddValueToMultiString(L"v", L"a"));
     EXPECT_EQ(key.LastResult(), ERROR_SUCCESS);
-    TraceCapture trace;
+    EXPECT_TRUE(trace.Printed(L"EXIT:  CKesRegKey::ValueExists") &&
+                trace.Printed(L"EXIT:  CKesRegKey::GetValue, bReturn=false"))
+        << trace.Dump();
     EXPECT_EQ(key.FlushKey(), ERROR_INVALID_HANDLE);
     EXPECT_TRUE(trace.Printed(L"CKesRegKey::RegFlushKey Failure: ")) << trace.Dump();
 }

@@ -75,7 +75,10 @@ TEST_F(FallbackTest, ComThatCannotStartReturnsOneAndLeavesTheZipNameThatStopsThe
     }).join();
     EXPECT_EQ(result, 1u);
     ASSERT_TRUE(ReadFileBytes(kOstraZipPath) == "nupkg" && WriteFileBytes(kOstraPackagePath, "next"));
+    TraceCapture trace;
     EXPECT_EQ(ExtractOstraPackage(m_session.handle()), 31u);
+    EXPECT_TRUE(trace.Printed(L"ExtractOstraPackage, renaming nupkg to zip failed with Error : " +
+                              SystemErrorText(ERROR_ALREADY_EXISTS))) << trace.Dump();
     EXPECT_TRUE(ReadFileBytes(kOstraZipPath) == "nupkg" && ReadFileBytes(kOstraPackagePath) == "next");
     EXPECT_FALSE(FileExists(kOstraNativeFolder));
 }

@@ -160,8 +160,8 @@ SWL_CUSTOM_ACTION(ExtractOstraPackage)
         // The Shell opens the package as a compressed folder only under a .zip name.
         if (!MoveFileW(kOstraPackagePath, kOstraZipPath))
         {
-            KES_TRACE_ERROR(L"ExtractOstraPackage, renaming nupkg to zip failed with Error : %s",
-                            GetLastErrorText().c_str());
+            g_Debug.Print(L"ExtractOstraPackage, renaming nupkg to zip failed with Error : %s",
+                          GetLastErrorText().c_str());
             return static_cast<UINT>(ERROR_GEN_FAILURE);
         }
 
@@ -173,8 +173,8 @@ SWL_CUSTOM_ACTION(ExtractOstraPackage)
             target += kOstraVersionedFolder;
             if (!CreateDirectoryW(target, nullptr))
             {
-                KES_TRACE_ERROR(L"ExtractOstraPackage, cannot create target directory.. Error : %s",
-                                GetLastErrorText().c_str());
+                g_Debug.Print(L"ExtractOstraPackage, cannot create target directory.. Error : %s",
+                              GetLastErrorText().c_str());
                 // Deliberately returned without renaming the package back.
                 return static_cast<UINT>(ERROR_GEN_FAILURE);
             }
@@ -188,8 +188,8 @@ SWL_CUSTOM_ACTION(ExtractOstraPackage)
 
         if (PathFileExistsW(kOstraZipPath) && !MoveFileW(kOstraZipPath, kOstraPackagePath))
         {
-            KES_TRACE_ERROR(L"ExtractOstraPackage, renaming zip to nupkg failed with Error : %s",
-                            GetLastErrorText().c_str());
+            g_Debug.Print(L"ExtractOstraPackage, renaming zip to nupkg failed with Error : %s",
+                          GetLastErrorText().c_str());
             return static_cast<UINT>(ERROR_GEN_FAILURE);
         }
         return static_cast<UINT>(ERROR_SUCCESS);

@@ -201,6 +201,7 @@ void ConfigureTraceFromRegistry()
         // Later loads find the file where this one put it.
         key.SetValue(L"Log", path, false);
     }
+    // The result is deliberately not examined: a failure simply leaves tracing off.
     g_Debug.Configure(L"SWL", path, 1, 1, 0, kProductKey);
 }
 
