@@ -162,19 +162,19 @@ bool BuildTempFolderSecurity(TempFolderSecurity& out)
         return false;
     }
 
-    EXPLICIT_ACCESSW entries[2] = {};
-    entries[0].grfAccessPermissions = GENERIC_READ;
-    entries[0].grfAccessMode = SET_ACCESS;
-    entries[0].grfInheritance = NO_INHERITANCE;
-    entries[0].Trustee.TrusteeForm = TRUSTEE_IS_SID;
-    entries[0].Trustee.TrusteeType = TRUSTEE_IS_WELL_KNOWN_GROUP;
-    entries[0].Trustee.ptstrName = static_cast<LPWSTR>(everyone.get());
-    entries[1].grfAccessPermissions = GENERIC_ALL;
-    entries[1].grfAccessMode = SET_ACCESS;
-    entries[1].grfInheritance = NO_INHERITANCE;
-    entries[1].Trustee.TrusteeForm = TRUSTEE_IS_SID;
-    entries[1].Trustee.TrusteeType = TRUSTEE_IS_GROUP;
-    entries[1].Trustee.ptstrName = static_cast<LPWSTR>(administrators.get());
+    // Each entry sets (not adds to) one group's rights on the folder alone.
+    auto grant = [](DWORD access, TRUSTEE_TYPE type, PSID sid) {
+        EXPLICIT_ACCESSW entry = {};
+        entry.grfAccessPermissions = access;
+        entry.grfAccessMode = SET_ACCESS;
+        entry.grfInheritance = NO_INHERITANCE;
+        entry.Trustee.TrusteeForm = TRUSTEE_IS_SID;
+        entry.Trustee.TrusteeType = type;
+        entry.Trustee.ptstrName = static_cast<LPWSTR>(sid);
+        return entry;
+    };
+    EXPLICIT_ACCESSW entries[2] = {grant(GENERIC_READ, TRUSTEE_IS_WELL_KNOWN_GROUP, everyone.get()),
+                                   grant(GENERIC_ALL, TRUSTEE_IS_GROUP, administrators.get())};
 
     PACL acl = nullptr;
     DWORD aclResult = SetEntriesInAclW(2, entries, nullptr, &acl);
