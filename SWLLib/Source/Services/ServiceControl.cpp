@@ -255,11 +255,12 @@ DWORD StartServiceAndWait(CKesString name, SC_HANDLE service, DWORD waitMs)
         return ERROR_GEN_FAILURE;
     }
     SERVICE_STATUS status = {};
-    if (!QueryServiceStatus(service, &status))
-    {
+    auto queryFailed = [&] {
         g_Debug.Print(kQueryFailedTrace, name.c_str());
-        return ERROR_GEN_FAILURE;
-    }
+        return static_cast<DWORD>(ERROR_GEN_FAILURE);
+    };
+    if (!QueryServiceStatus(service, &status))
+        return queryFailed();
     if (status.dwCurrentState == SERVICE_RUNNING)
     {
         KES_TRACE_ERROR(L"Service already started");
@@ -273,20 +274,14 @@ DWORD StartServiceAndWait(CKesString name, SC_HANDLE service, DWORD waitMs)
         return ERROR_GEN_FAILURE;
     }
     if (!QueryServiceStatus(service, &status))
-    {
-        g_Debug.Print(kQueryFailedTrace, name.c_str());
-        return ERROR_GEN_FAILURE;
-    }
+        return queryFailed();
 
     while (status.dwCurrentState == SERVICE_START_PENDING)
     {
         const DWORD step = status.dwWaitHint / 10;
         Sleep(step);
         if (!QueryServiceStatus(service, &status))
-        {
-            g_Debug.Print(kQueryFailedTrace, name.c_str());
-            return ERROR_GEN_FAILURE;
-        }
+            return queryFailed();
         if (status.dwCurrentState == SERVICE_RUNNING)
         {
             g_Debug.Print(kServiceStarted);
@@ -368,6 +363,12 @@ DWORD StopServiceAndWait(CKesString name, SC_HANDLE service, DWORD waitMs, MSIHA
         return ERROR_GEN_FAILURE;
     }
     SERVICE_STATUS status = {};
+    // The first failed query has its own log line; later ones share this one.
+    auto queryFailed = [&] {
+        g_Debug.Print(kQueryFailedTrace, name.c_str());
+        LogToMSI(hInstall, kQueryFailedLog);
+        return static_cast<DWORD>(ERROR_GEN_FAILURE);
+    };
     if (!QueryServiceStatus(service, &status))
     {
         LogToMSI(hInstall, L"QueryServiceStatus failed!!!!!!!");
@@ -386,11 +387,7 @@ DWORD StopServiceAndWait(CKesString name, SC_HANDLE service, DWORD waitMs, MSIHA
         const DWORD step = status.dwWaitHint / 10;
         Sleep(step);
         if (!QueryServiceStatus(service, &status))
-        {
-            g_Debug.Print(kQueryFailedTrace, name.c_str());
-            LogToMSI(hInstall, kQueryFailedLog);
-            return ERROR_GEN_FAILURE;
-        }
+            return queryFailed();
         if (status.dwCurrentState == SERVICE_STOPPED)
         {
             g_Debug.Print(kServiceStopped);
@@ -423,11 +420,7 @@ DWORD StopServiceAndWait(CKesString name, SC_HANDLE service, DWORD waitMs, MSIHA
     {
         Sleep(status.dwWaitHint);
         if (!QueryServiceStatus(service, &status))
-        {
-            g_Debug.Print(kQueryFailedTrace, name.c_str());
-            LogToMSI(hInstall, kQueryFailedLog);
-            return ERROR_GEN_FAILURE;
-        }
+            return queryFailed();
         if (status.dwCurrentState == SERVICE_STOPPED)
             return ERROR_SUCCESS;
         if (GetTickCount() - start > waitMs)
