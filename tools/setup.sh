@@ -1,10 +1,39 @@
 #!/usr/bin/env bash
-# Installs what building and testing SWLLib needs on Debian 12. Idempotent and
-# quiet: packages already present are not fetched again.
+# Installs what building, testing and the main job need on Debian 12, then
+# checks that every command the project's scripts call is on the PATH.
+# Idempotent and quiet: packages already present are not fetched again.
 set -eu
-pkgs="g++-mingw-w64-x86-64-posix mingw-w64-tools wine64 msitools wixl cmake ninja-build googletest xvfb python3"
+
+# command  package that provides it (on Debian 12)
+# The package "wine" matters: "wine64" alone puts its loader and server under
+# /usr/lib/wine only, so neither "wine" nor "wineserver" would be on the PATH.
+needs="
+wine                         wine
+wineserver                   wine
+wineboot                     wine
+x86_64-w64-mingw32-gcc-posix gcc-mingw-w64-x86-64-posix
+x86_64-w64-mingw32-g++-posix g++-mingw-w64-x86-64-posix
+x86_64-w64-mingw32-windres   binutils-mingw-w64-x86-64
+x86_64-w64-mingw32-objdump   binutils-mingw-w64-x86-64
+x86_64-w64-mingw32-objcopy   binutils-mingw-w64-x86-64
+x86_64-w64-mingw32-nm        binutils-mingw-w64-x86-64
+x86_64-w64-mingw32-ar        binutils-mingw-w64-x86-64
+wixl                         wixl
+msiinfo                      msitools
+msibuild                     msitools
+cmake                        cmake
+ctest                        cmake
+ninja                        ninja-build
+xvfb-run                     xvfb
+python3                      python3
+flock                        util-linux
+"
+# Packages with no command of their own in the list above.
+extra="wine64 mingw-w64-tools googletest"
+
+pkgs=$(printf '%s\n' "$needs" | awk 'NF == 2 { print $2 }' | sort -u | tr '\n' ' ')
 missing=""
-for p in $pkgs; do
+for p in $pkgs $extra; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
 done
 if [ -n "$missing" ]; then
@@ -13,4 +42,21 @@ if [ -n "$missing" ]; then
     echo "installing:$missing"
     $sudo_cmd apt-get update -qq
     DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends $missing >/dev/null
+fi
+
+# A tool that is missing must stop us here, not deep inside a test run.
+absent=""
+while read -r cmd pkg; do
+    [ -n "$cmd" ] || continue
+    command -v "$cmd" >/dev/null 2>&1 || absent="$absent
+  '$cmd' (Debian package '$pkg')"
+done <<EOF
+$needs
+EOF
+[ -f /usr/src/googletest/CMakeLists.txt ] || absent="$absent
+  GoogleTest sources in /usr/src/googletest (Debian package 'googletest')"
+if [ -n "$absent" ]; then
+    echo "setup: these are still missing after installing packages:$absent" >&2
+    echo "setup: install them (apt-get install PACKAGE) and run again" >&2
+    exit 1
 fi
