@@ -1,7 +1,7 @@
 // The support trace file and the function scope object that writes ENTRY/EXIT lines.
 // g_Debug itself is defined with the library's other process-wide objects
 // (SWLLib.cpp), which fixes its place in the static-initialisation order.
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesDebugSeam.h"
 #include "KesSecure.h"
 #include "UniqueHandle.h"

@@ -2,10 +2,9 @@
 // CKesDebug: the support trace file. One line per call, stamped with the
 // component name, process, thread, local time and the performance counter.
 // Off until Configure succeeds; the registry has the last word.
-// CKesDebugScope prints a function's ENTRY/EXIT lines.
+// Public: exported with all its members. The library's own trace object and
+// its ENTRY/EXIT scope are internal (KesTrace.h).
 #include "SwlApi.h"
-#include "KesSecure.h"
-#include "KesString.h"
 #include <windows.h>
 #include <cstdio>
 
@@ -41,39 +40,3 @@ private:
     DWORD m_dwLevel;
     DWORD m_dwMaxFileSize;
 };
-
-// The library's one trace log.
-extern CKesDebug g_Debug;
-
-// Result record whose error code a scope of kind 3 reports.
-struct KesResult
-{
-    int ulErrCode;
-};
-
-// Prints "ENTRY:  name" when built and the matching EXIT line when destroyed,
-// reading the result variable at that moment.
-class CKesDebugScope
-{
-public:
-    explicit CKesDebugScope(const wchar_t* function);
-    CKesDebugScope(const wchar_t* function, bool* result);
-    CKesDebugScope(const wchar_t* function, int* result);
-    CKesDebugScope(const wchar_t* function, KesResult* result);
-    CKesDebugScope(const wchar_t* function, HRESULT* result, int /*hresultTag*/);
-    ~CKesDebugScope();
-
-private:
-    CKesDebugScope(const CKesDebugScope&);
-    CKesDebugScope& operator=(const CKesDebugScope&);
-
-    CKesString m_Name;
-    int m_nKind;
-    bool* m_pbResult;
-    int* m_pnResult;
-    KesResult* m_pResult;
-    HRESULT* m_phResult;
-};
-
-// Error line with the calling source file and line.
-#define KES_TRACE_ERROR(...) g_Debug.Error(const_cast<wchar_t*>(KES_WFILE), __LINE__, __VA_ARGS__)

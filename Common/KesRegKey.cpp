@@ -1,6 +1,6 @@
 // CKesRegKey: one owned registry key with typed value access.
 #include "KesRegKey.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesSecure.h"
 #include "UniqueHandle.h"
 #include <cwchar>

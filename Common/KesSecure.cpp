@@ -1,5 +1,5 @@
 #include "KesSecure.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 
 #include <windows.h>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "KesString.h"
 #include "Helper.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesSecure.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // on, against a plain format-write-flush loop producing the same lines, and the
 // cost of a call while tracing is off (the state of every production run
 // without the registry switch).
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include <windows.h>
 #include <algorithm>
 #include <cstdio>

@@ -2,7 +2,7 @@
 // Technology driver stack. This file holds the library entry and the
 // process-wide objects.
 #include "Devices/DeviceCatalogue.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "Session/Session.h"
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesDebugSeam.h"
 #include "TestRegistry.h"
 #include "TraceCapture.h"

@@ -1,5 +1,5 @@
 #include "TraceCapture.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "Session/Session.h"
 #include "TestRegistry.h"
 #include "TestSession.h"

@@ -1,5 +1,5 @@
 #include "Devices/DeviceCatalogue.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include <algorithm>
 
 namespace

@@ -1,6 +1,6 @@
 // The plain-text install summary.
 #include "Payload/InstallSummary.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "Services/ServiceControl.h"
 #include "UniqueHandle.h"
 #include <shlwapi.h>

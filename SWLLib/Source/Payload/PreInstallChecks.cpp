@@ -1,5 +1,5 @@
 #include "Payload/PreInstallChecks.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesRegKey.h"
 #include "Session/CustomAction.h"
 #include "Session/Session.h"

@@ -1,5 +1,5 @@
 #include "Payload/SoftwareFallback.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesRegKey.h"
 #include "Payload/InstallSummary.h"
 #include "Services/ServiceControl.h"

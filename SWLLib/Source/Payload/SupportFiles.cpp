@@ -1,6 +1,6 @@
 #include "Payload/SupportFiles.h"
 #include "Devices/DeviceCatalogue.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesRegKey.h"
 #include "Session/CustomAction.h"
 #include "Session/Session.h"

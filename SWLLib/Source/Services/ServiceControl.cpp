@@ -1,6 +1,6 @@
 // Service control helpers over the service control manager.
 #include "Services/ServiceControl.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "Session/Session.h"
 #include "UniqueHandle.h"
 #include <shlwapi.h>

@@ -1,6 +1,6 @@
 #pragma once
 // The frame every exported custom action stands in: no exception leaves an export.
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include <windows.h>
 #include <msi.h>
 #include <exception>

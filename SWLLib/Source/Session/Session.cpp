@@ -1,5 +1,5 @@
 #include "Session/Session.h"
-#include "KesDebug.h"
+#include "KesTrace.h"
 #include "KesRegKey.h"
 #include <ctime>
 #include <cwchar>
