@@ -5,7 +5,9 @@
 #include "KesDebugSeam.h"
 #include "KesSecure.h"
 #include "UniqueHandle.h"
+#include <climits>
 #include <cstdarg>
+#include <cstdlib>
 #include <cwchar>
 #include <io.h>
 
@@ -22,6 +24,21 @@ const int kMaxLineChars = 1150;
 // Shared by every instance; only touched while the instance's lock is held.
 wchar_t s_szLine[kLineChars];
 wchar_t s_szMessage[kMessageChars];
+
+// The text-mode stream converts each character with the runtime's wctomb and
+// stops writing at the first one it cannot convert, which would lose the rest
+// of the line and its line break. Such characters (text outside the code page,
+// lone surrogates) are written as '?' instead, so every line stays whole.
+void ReplaceUnwritableCharacters(wchar_t* line)
+{
+    char bytes[MB_LEN_MAX];
+    for (; *line != L'\0'; ++line)
+    {
+        // ASCII converts in every code page; only the rest is worth asking about.
+        if (*line >= 0x80 && wctomb(bytes, *line) == -1)
+            *line = L'?';
+    }
+}
 } // namespace
 
 CKesDebug::CKesDebug()
@@ -140,6 +157,7 @@ void CKesDebug::Print(const wchar_t* format, ...)
 
         if (g_pfnKesDebugBeforeWrite != nullptr)
             g_pfnKesDebugBeforeWrite();
+        ReplaceUnwritableCharacters(s_szLine);
         // fputws rather than fwprintf, which would read %s as narrow here; the
         // text-mode stream writes the LF as CR LF.
         fputws(s_szLine, m_pFile);

@@ -296,8 +296,11 @@ bool CKesRegKey::GetValue(const CKesString& name, std::vector<CKesString>& value
         return false;
     }
 
-    // Two spare terminators, so data stored without its own still ends the last string and the list.
-    std::unique_ptr<wchar_t[]> block = AllocateMultiStringBlock(size / sizeof(wchar_t) + 2);
+    // The size is in bytes and may be odd: round up to whole characters, then
+    // add two spare terminators, so that data stored without its own still ends
+    // the last string and the list inside the block.
+    const size_t dataChars = (size + sizeof(wchar_t) - 1) / sizeof(wchar_t);
+    std::unique_ptr<wchar_t[]> block = AllocateMultiStringBlock(dataChars + 2);
     if (!block)
     {
         m_lResult = ERROR_NOT_ENOUGH_MEMORY;

@@ -56,6 +56,14 @@ TEST_F(TraceLogTest, LineIsTabbedPrefixAndWideMessageCutTo1023WithinA1150Charact
     EXPECT_EQ(cut.substr(1148), "xx\r\n") << "a long name cuts the line to 1150 characters, not " << cut.size();
 }
 
+TEST_F(TraceLogTest, TextOutsideTheCodePageIsWrittenAsQuestionMarksAndEveryLineEnds)
+{
+    const std::string bytes = Log({L"Temp folder created 'C:\\tmp\u0416'", L"CJK \u6587\u5B57, lone \xD800.", L"caf\u00E9",
+                                   L"next"});
+    EXPECT_EQ(Messages(bytes), (Lines{"Temp folder created 'C:\\tmp?'", "CJK ??, lone ?.", "caf\xE9", "next"}))
+        << bytes;
+}
+
 TEST_F(TraceLogTest, EarlierLinesStayOnlyWithAppendOneAndMaxFileSizeStopsWriting)
 {
     for (int append : {1, 0, 2})

@@ -44,6 +44,19 @@ TEST_F(RegKeyTest, MultiStringListEditsIgnoreCaseAndRefuseAnotherType)
     EXPECT_EQ(m_key.LastResult(), ERROR_UNSUPPORTED_TYPE);
 }
 
+TEST_F(RegKeyTest, OddLengthMultiStringIsReadAsStoredAndAListEditWritesBackNothingElse)
+{
+    // "abc" with no terminator, the last character cut to its low byte: 61 00 62 00 63.
+    ASSERT_TRUE(testreg::SetBytes(kKey, L"odd", REG_MULTI_SZ, std::string("a\0b\0c", 5)));
+    Strings values;
+    EXPECT_TRUE(m_key.GetValue(L"odd", values));
+    EXPECT_EQ(values, Strings{L"abc"});
+    EXPECT_TRUE(m_key.AddValueToMultiString(L"odd", L"d"));
+    std::string stored;
+    EXPECT_TRUE(testreg::GetBytes(kKey, L"odd", stored));
+    EXPECT_EQ(stored, std::string("a\0b\0c\0\0\0d\0\0\0", 14));
+}
+
 TEST_F(RegKeyTest, DeleteSubKeyRemovesTheWholeTreeButNeverTheKeyItself)
 {
     ASSERT_TRUE(testreg::CreateKey(kKey + L"\\Tree\\A\\A1") && testreg::CreateKey(kKey + L"\\Tree\\B"));

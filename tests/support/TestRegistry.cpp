@@ -38,6 +38,26 @@ bool SetDword(const std::wstring& path, const std::wstring& name, DWORD value)
     return RegSetKeyValueW(HKLM, path.c_str(), name.c_str(), REG_DWORD, &value, sizeof(value)) == ERROR_SUCCESS;
 }
 
+bool SetBytes(const std::wstring& path, const std::wstring& name, DWORD type, const std::string& bytes)
+{
+    return RegSetKeyValueW(HKLM, path.c_str(), name.c_str(), type, bytes.data(), static_cast<DWORD>(bytes.size())) ==
+           ERROR_SUCCESS;
+}
+
+bool GetBytes(const std::wstring& path, const std::wstring& name, std::string& bytes)
+{
+    // RegQueryValueExW, not RegGetValueW, which would add terminators to string types.
+    UniqueHKey key;
+    std::string buffer(65536, '\0');
+    DWORD size = static_cast<DWORD>(buffer.size());
+    if (RegOpenKeyExW(HKLM, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS ||
+        RegQueryValueExW(key.get(), name.c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(&buffer[0]), &size) !=
+            ERROR_SUCCESS)
+        return false;
+    bytes = buffer.substr(0, size);
+    return true;
+}
+
 bool DeleteValue(const std::wstring& path, const std::wstring& name)
 {
     return RegDeleteKeyValueW(HKLM, path.c_str(), name.c_str()) == ERROR_SUCCESS;

@@ -17,6 +17,9 @@ bool DeleteValue(const std::wstring& path, const std::wstring& name);
 // False when the value is missing; type receives REG_*.
 bool GetString(const std::wstring& path, const std::wstring& name, std::wstring& value, DWORD* type = nullptr);
 bool ValueExists(const std::wstring& path, const std::wstring& name);
+// The value's bytes exactly as stored, of any type.
+bool SetBytes(const std::wstring& path, const std::wstring& name, DWORD type, const std::string& bytes);
+bool GetBytes(const std::wstring& path, const std::wstring& name, std::string& bytes);
 } // namespace testreg
 
 // The product key HKLM\SOFTWARE\CORVANE\SWL, removed before a test (and
