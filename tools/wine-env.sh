@@ -1,5 +1,7 @@
 # Sourced by the Wine helper scripts: a quiet, deterministic Wine environment.
-export WINEDEBUG="${SWL_WINEDEBUG:--all}"
+# Quiet, except for heap damage: heap checking (wine-prefix.sh heap-check)
+# reports it on the err channel of "heap".
+export WINEDEBUG="${SWL_WINEDEBUG:--all,err+heap}"
 export WINEDLLOVERRIDES="mscoree,mshtml="
 export WINEARCH=win64
 # Message boxes return at once without a display; a test that wants a real

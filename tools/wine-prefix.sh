@@ -1,8 +1,14 @@
 #!/usr/bin/env bash
 # Throwaway Wine prefixes for tests and scenarios.
-#   wine-prefix.sh create DIR   copy of a cached base prefix (made once per machine)
+#   wine-prefix.sh create DIR [NAME|FOLDER ...]
+#                               copy of a cached base prefix (made once per machine),
+#                               with heap checking for the programs named (see heap-check)
 #   wine-prefix.sh destroy DIR  ends the prefix's wineserver and removes DIR
 #   wine-prefix.sh stop DIR     ends the prefix's wineserver only
+#   wine-prefix.sh heap-check DIR NAME|FOLDER ...
+#                               turns on Wine's heap validation (GlobalFlag 0xF0) for the
+#                               programs named, or for every .exe in a folder; the names
+#                               are listed in DIR/heap-check.txt. SWL_HEAP_CHECK=0 skips it.
 # The base prefix lives in ${SWL_WINE_CACHE:-$HOME/.cache/swllib}; ~/.wine is never used.
 set -eu
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -37,6 +43,8 @@ case "${1:-}" in
     if [ -d "$dir" ]; then WINEPREFIX="$dir" wineserver -k 2>/dev/null || true; rm -rf "$dir"; fi
     mkdir -p "$(dirname "$dir")"
     cp -a "$base" "$dir"
+    shift 2
+    [ $# -eq 0 ] || "$0" heap-check "$dir" "$@"
     ;;
   destroy)
     dir=${2:?directory}
@@ -51,6 +59,37 @@ case "${1:-}" in
     WINEPREFIX="$dir" wineserver -k 2>/dev/null || true
     WINEPREFIX="$dir" wineserver -w 2>/dev/null || true
     ;;
+  heap-check)
+    dir=${2:?directory}; shift 2
+    [ "${SWL_HEAP_CHECK:-1}" != 0 ] || exit 0
+    names=()
+    for item in "$@"; do
+      if [ -d "$item" ]; then
+        for exe in "$item"/*.exe; do [ -e "$exe" ] && names+=("$(basename "$exe")"); done
+      else
+        names+=("$(basename "$item")")
+      fi
+    done
+    list="$dir/heap-check.txt"
+    touch "$list"
+    reg="$dir/heap-check.reg"
+    printf 'Windows Registry Editor Version 5.00\r\n' >"$reg"
+    added=0
+    for name in "${names[@]}"; do
+      grep -qixF -- "$name" "$list" && continue
+      # Validates every heap block of that program: a write past a block is then
+      # reported as "err:heap:... invalid block tail" (the program goes on).
+      printf '\r\n[HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\Image File Execution Options\\%s]\r\n"GlobalFlag"=dword:000000f0\r\n' \
+        "$name" >>"$reg"
+      echo "$name" >>"$list"
+      added=1
+    done
+    if [ "$added" = 1 ]; then
+      (cd "$dir" && WINEPREFIX="$dir" wine reg import heap-check.reg >/dev/null 2>&1) ||
+        { echo "wine-prefix.sh: cannot turn on heap checking in $dir" >&2; exit 1; }
+    fi
+    rm -f "$reg"
+    ;;
   *)
-    echo "usage: $0 create|destroy|stop DIR" >&2; exit 2 ;;
+    echo "usage: $0 create|destroy|stop|heap-check DIR ..." >&2; exit 2 ;;
 esac

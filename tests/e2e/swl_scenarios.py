@@ -4,7 +4,9 @@ prebuilt, installed by `wine msiexec` in a fresh prefix each. Wine reports an ac
 not load, or lacks the export, as a success: the checks look at log lines, registry and files.
 
   swl_scenarios.py --build DIR [--dll DLL] [--workdir DIR] [NAME_GLOB ...]
-  swl_scenarios.py ... --expect-fail --break-dll missing|unloadable|rename=EXPORT ... NAME
+  swl_scenarios.py ... --expect-fail --break-dll missing|unloadable|rename=EXPORT|overflow=DLL ... NAME
+Every prefix has Wine's heap checking on for msiexec.exe (the custom-action server): a scenario in
+whose Wine output an "err:heap" line appears has failed.
 The last line is exactly "N passed, M failed"; the exit code is 1 when M > 0.
 """
 
@@ -168,9 +170,12 @@ def rename_export(data, name):
 
 
 def build_package(s, work, dll, variant):
-    """Builds s.package with wixl; variant breaks the DLL: missing (no Binary row), unloadable, rename=X."""
+    """Builds s.package with wixl; variant breaks the DLL: missing (no Binary row), unloadable, rename=X,
+    overflow=DLL (a copy of the DLL that damages the heap when it loads)."""
     data = dll.read_bytes()
-    if variant == "unloadable":
+    if variant and variant.startswith("overflow="):
+        data = Path(variant[9:]).read_bytes()
+    elif variant == "unloadable":
         data = b"MZ this is not a loadable image\0" * 64
     elif variant and variant.startswith("rename="):
         data = rename_export(data, variant[7:])
@@ -202,7 +207,9 @@ def msi_table(msi, table):
 
 
 ENV = {k: v for k, v in os.environ.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
-ENV.update(WINEDEBUG=ENV.get("WINEDEBUG", "-all"), WINEDLLOVERRIDES="mscoree,mshtml=", WINEARCH="win64")
+# err+heap: heap checking reports damage on that channel.
+ENV.update(WINEDEBUG=ENV.get("WINEDEBUG", "-all,err+heap"), WINEDLLOVERRIDES="mscoree,mshtml=", WINEARCH="win64")
+HEAP_DAMAGE = "Wine reported heap damage"
 
 
 def sh(cmd, work, prefix, timeout=300):
@@ -212,7 +219,7 @@ def sh(cmd, work, prefix, timeout=300):
 
 
 def prepare_prefix(s, work, prefix):
-    if sh([PREFIX_TOOL, "create", str(prefix)], work, prefix, 600):
+    if sh([PREFIX_TOOL, "create", str(prefix), "msiexec.exe"], work, prefix, 600):
         raise RuntimeError("cannot create the Wine prefix (see wine.txt)")
     keys = {**s.registry, **({r"HKEY_CURRENT_USER\Software\Wine": {"Version": s.windows}} if s.windows else {})}
     if keys:
@@ -227,7 +234,7 @@ def prepare_prefix(s, work, prefix):
 
 def run_scenario(s, args, variant):
     """(label, status: passed | failed | error, problems with log excerpts and the end of wine.txt)."""
-    label = s.name + ("[%s]" % variant if variant else "")
+    label = s.name + ("[%s]" % variant.split("=/")[0] if variant else "")   # overflow=DLL without the path
     work = args.workdir / re.sub(r"[^\w.-]", "-", label)
     prefix, problems, c = work / "prefix", [], None
     if work.exists():
@@ -262,8 +269,15 @@ def run_scenario(s, args, variant):
                 problems.append(test(c))
             except Exception as e:  # a check that cannot run has failed
                 problems.append("%s: %s" % (type(e).__name__, e))
+        damage = [l for l in (work / "wine.txt").read_bytes().decode("utf-8", "replace").splitlines()
+                  if "err:heap" in l]
+        if damage:
+            problems.append("%s: %d err:heap lines in wine.txt, first: %s" % (HEAP_DAMAGE, len(damage), damage[0]))
         problems = [p for p in problems if p]
         status = "failed" if problems else "passed"
+        if variant and variant.startswith("overflow=") and problems and not all(
+                p.startswith(HEAP_DAMAGE) for p in problems):
+            status = "error"   # it must fail for the heap damage alone
     except Exception as e:
         status, problems = "error", problems + ["%s: %s" % (type(e).__name__, e)]
     finally:
