@@ -103,6 +103,13 @@ struct LocalMemoryTraits
     static type invalid() noexcept { return nullptr; }
     static void close(type h) noexcept { ::LocalFree(h); }
 };
+// A library loaded with LoadLibraryW.
+struct ModuleTraits
+{
+    using type = HMODULE;
+    static type invalid() noexcept { return nullptr; }
+    static void close(type h) noexcept { ::FreeLibrary(h); }
+};
 struct SidTraits
 {
     using type = PSID;
@@ -119,3 +126,37 @@ using UniqueFileHandle = UniqueHandle<FileHandleTraits>;
 using UniqueFindHandle = UniqueHandle<FindHandleTraits>;
 using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
 using UniqueSid = UniqueHandle<SidTraits>;
+using UniqueModule = UniqueHandle<ModuleTraits>;
+
+// Releases a COM interface it holds.
+template <class T>
+class ComRef
+{
+public:
+    ComRef() = default;
+    ~ComRef()
+    {
+        if (m_p)
+            m_p->Release();
+    }
+    ComRef(const ComRef&) = delete;
+    ComRef& operator=(const ComRef&) = delete;
+    T* get() const { return m_p; }
+    // Address for functions that return an interface; releases what is held first.
+    T** put()
+    {
+        reset();
+        return &m_p;
+    }
+    void reset()
+    {
+        if (m_p)
+            m_p->Release();
+        m_p = nullptr;
+    }
+    T* operator->() const { return m_p; }
+    explicit operator bool() const { return m_p != nullptr; }
+
+private:
+    T* m_p = nullptr;
+};

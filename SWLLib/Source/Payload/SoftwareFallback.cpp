@@ -5,6 +5,7 @@
 #include "Services/ServiceControl.h"
 #include "Session/CustomAction.h"
 #include "Session/Session.h"
+#include "UniqueHandle.h"
 #include <ole2.h>
 #include <oleauto.h>
 #include <shldisp.h>
@@ -49,27 +50,6 @@ private:
     VARIANT m_value;
 };
 
-// Releases a COM interface it holds.
-template <class T>
-class ComRef
-{
-public:
-    ComRef() = default;
-    ~ComRef()
-    {
-        if (m_p)
-            m_p->Release();
-    }
-    ComRef(const ComRef&) = delete;
-    ComRef& operator=(const ComRef&) = delete;
-    T* get() const { return m_p; }
-    T** put() { return &m_p; }
-    T* operator->() const { return m_p; }
-    explicit operator bool() const { return m_p != nullptr; }
-
-private:
-    T* m_p = nullptr;
-};
 } // namespace
 
 bool InstallDlls(MSIHANDLE hInstall)
