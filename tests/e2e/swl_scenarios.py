@@ -32,6 +32,9 @@ class Scenario:
     binaries: dict = field(default_factory=dict)     # extra Binary rows {name: bytes}
     properties: dict = field(default_factory=dict)
     product_key: bool = True   # the Registry table creates PRODUCT_KEY\InstallDir
+    # A message box to answer as a person would: (part of its caption, key to press). Such a scenario runs
+    # with basic UI (/qb) on the X display of --ui (xvfb-run) only; the box is read and photographed first.
+    answer: tuple = ()
 
 
 ENDED = re.compile(r"Action ended [0-9:]+: (.+?)\. Return value (-?\d+)\.")
@@ -76,6 +79,7 @@ class Context:
     def __init__(self, prefix, vars, actions):
         self.prefix, self.vars, self.actions = prefix, vars, actions
         self.logs, self.codes, self.hklm, self.last = {}, {}, {}, ""
+        self.box = {}   # the answered message box: {"caption": str, "text": [str], "picture": Path}
 
     def fmt(self, text):  # puts in {product_code} and {version}; GUID braces stay
         return re.sub(r"\{(\w+)\}", lambda m: self.vars.get(m[1], m[0]), text)
@@ -125,6 +129,12 @@ def reg(c, run, key, name, want):  # str is REG_SZ, int REG_DWORD, re.Pattern a 
     ok = (isinstance(got, str) and want.fullmatch(got)) if isinstance(want, re.Pattern) else \
         got == (c.fmt(want) if isinstance(want, str) else want)
     return None if ok else "%s\\%s = %r, expected %r" % (c.fmt(key), name, got, want)
+
+
+@check
+def box_shown(c, run, caption, text):  # the message box had exactly this caption and text
+    got = (c.box.get("caption"), c.box.get("text"))
+    return None if got == (caption, [text]) else "message box %r, expected %r" % (got, (caption, [text]))
 
 
 not_logged = check(lambda c, run, line: "logged %r" % line if line in c.log(run).ours else None)
@@ -232,6 +242,22 @@ def prepare_prefix(s, work, prefix):
             raise RuntimeError("wine reg import failed (see wine.txt)")
 
 
+def answer_box(s, args, work, prefix, c):
+    """Waits for the scenario's message box, reads its caption and text (a Windows helper in the same prefix),
+    keeps a picture of it and presses the answer's key, as a person at the screen would."""
+    part, key = s.answer
+    out = subprocess.run(["wine", str(args.build / "bin/read_message_box.exe"), part], cwd=work, timeout=120,
+                         env=dict(ENV, WINEPREFIX=str(prefix)), stdin=subprocess.DEVNULL, capture_output=True)
+    lines = out.stdout.decode("utf-8", "replace").replace("\r", "").splitlines()
+    c.box = {"caption": next((l[9:] for l in lines if l.startswith("caption: ")), None),
+             "text": [l[6:].replace("\\r", "\r").replace("\\n", "\n") for l in lines if l.startswith("text: ")]}
+    windows = subprocess.run(["xdotool", "search", "--name", part], capture_output=True, text=True).stdout.split()
+    if windows:
+        c.box["picture"] = work / "message-box.png"
+        subprocess.run(["import", "-window", windows[0], str(c.box["picture"])], timeout=60)
+    subprocess.run(["xdotool", "key", key], timeout=60)
+
+
 def run_scenario(s, args, variant):
     """(label, status: passed | failed | error, problems with log excerpts and the end of wine.txt)."""
     label = s.name + ("[%s]" % variant.split("=/")[0] if variant else "")   # overflow=DLL without the path
@@ -254,8 +280,15 @@ def run_scenario(s, args, variant):
         prepare_prefix(s, work, prefix)
         for name, arguments in s.runs:
             mode, *extra = arguments.split()
-            command = ["wine", "msiexec", mode, str(msi), "/qn", "/l*v", name + ".log"] + extra
-            c.codes[name] = sh(command, work, prefix)
+            command = ["wine", "msiexec", mode, str(msi), "/qb" if s.answer else "/qn", "/l*v", name + ".log"] + extra
+            if s.answer:
+                with open(work / "wine.txt", "ab") as out:
+                    msiexec = subprocess.Popen(command, cwd=work, env=dict(ENV, WINEPREFIX=str(prefix)),
+                                               stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
+                answer_box(s, args, work, prefix, c)
+                c.codes[name] = msiexec.wait(timeout=300)
+            else:
+                c.codes[name] = sh(command, work, prefix)
             if not (work / (name + ".log")).exists():
                 # Wine itself failed to start msiexec (seen once on a loaded machine): one more try.
                 print("RETRY %s: %s wrote no log (exit code %d)" % (label, name, c.codes[name]), flush=True)
@@ -297,6 +330,8 @@ def main():
     ap.add_argument("--workdir", type=Path, help="packages, logs and prefixes (default BUILD/e2e)")
     ap.add_argument("--break-dll", action="append", default=[], metavar="VARIANT")
     ap.add_argument("--expect-fail", action="store_true")
+    ap.add_argument("--ui", action="store_true", help="run the scenarios that answer a message box (needs a "
+                    "display, e.g. xvfb-run), and only those")
     ap.add_argument("names", nargs="*", help="scenario names or glob patterns (default: all)")
     args = ap.parse_args()
     args.build, args.dll, args.workdir = (p.resolve() for p in (
@@ -304,10 +339,15 @@ def main():
 
     sys.modules.setdefault("swl_scenarios", sys.modules[__name__])
     scenarios = [s for p in sorted((HERE / "scenarios").glob("*.py")) for s in runpy.run_path(str(p))["SCENARIOS"]]
+    if args.ui and not os.environ.get("DISPLAY"):
+        ap.error("--ui needs an X display: run under xvfb-run")
+    if args.ui:   # Wine's windows must reach the display, also those of the prefix's first process
+        ENV.update(DISPLAY=os.environ["DISPLAY"], SWL_KEEP_DISPLAY="1")
     jobs = [(s, v) for s in scenarios for v in args.break_dll or [None]
-            if not args.names or any(fnmatch.fnmatchcase(s.name, n) for n in args.names)]
+            if bool(s.answer) == args.ui and (not args.names or any(fnmatch.fnmatchcase(s.name, n) for n in args.names))]
     passed = failed = 0
-    with concurrent.futures.ThreadPoolExecutor(min(4, os.cpu_count() or 1)) as pool:
+    # One message box at a time on the display: a key press goes to whichever box has the focus.
+    with concurrent.futures.ThreadPoolExecutor(1 if args.ui else min(4, os.cpu_count() or 1)) as pool:
         for future in concurrent.futures.as_completed([pool.submit(run_scenario, s, args, v) for s, v in jobs]):
             label, status, problems = future.result()
             ok = status == ("failed" if args.expect_fail else "passed")
