@@ -46,7 +46,7 @@ TEST(DllDoubles, NewdevAnswersAsScriptedAndRecordsEachCall)
     EXPECT_TRUE(update(nullptr, L"PCI\\VEN_1F2E&DEV_6B20", L"C:\\drivers\\hwa_swl4.inf", INSTALLFLAG_FORCE, &reboot));
     EXPECT_FALSE(reboot); // the defaults: success, no reboot
 
-    for (const DWORD error : {1ul, 2ul, 0x103ul, 0xE000020Bul, 0xE0000247ul, 0xDEADBEEFul})
+    for (const DWORD error : {0xE000020Bul, 0xDEADBEEFul})
     {
         doubles.UpdateDriverReturns(FALSE, error, TRUE);
         reboot = FALSE;
@@ -59,14 +59,14 @@ TEST(DllDoubles, NewdevAnswersAsScriptedAndRecordsEachCall)
     EXPECT_TRUE(update(nullptr, L"PCI\\VEN_1F2E&DEV_5A10", L"x.inf", 0, nullptr));
 
     const auto calls = doubles.UpdateDriverCalls();
-    ASSERT_EQ(8u, calls.size());
+    ASSERT_EQ(4u, calls.size());
     EXPECT_EQ(L"PCI\\VEN_1F2E&DEV_6B20|C:\\drivers\\hwa_swl4.inf", calls[0].hardwareId + L"|" + calls[0].infPath);
     EXPECT_EQ(static_cast<DWORD>(INSTALLFLAG_FORCE), calls[0].flags);
     EXPECT_TRUE(calls[0].rebootPointer);
     EXPECT_EQ(ThisProgram(), calls[0].process);
     EXPECT_EQ(L"PCI\\VEN_1F2E&DEV_6B26|", calls[1].hardwareId + L"|" + calls[1].infPath);
-    EXPECT_EQ(L"PCI\\VEN_1F2E&DEV_5A10", calls[7].hardwareId);
-    EXPECT_FALSE(calls[7].rebootPointer);
+    EXPECT_EQ(L"PCI\\VEN_1F2E&DEV_5A10", calls[3].hardwareId);
+    EXPECT_FALSE(calls[3].rebootPointer);
 }
 
 TEST(DllDoubles, Cfgmgr32ReturnsTheScriptedResultOfEachFunctionAndRecordsEachCall)
