@@ -10,7 +10,7 @@ whose Wine output an "err:heap" line appears has failed.
 The last line is exactly "N passed, M failed"; the exit code is 1 when M > 0.
 """
 
-import argparse, concurrent.futures, fnmatch, os, re, runpy, shutil, subprocess, sys, uuid
+import argparse, concurrent.futures, fnmatch, json, os, re, runpy, shutil, subprocess, sys, uuid
 from dataclasses import dataclass, field
 from pathlib import Path
 from xml.sax.saxutils import escape, quoteattr
@@ -35,6 +35,57 @@ class Scenario:
     # A message box to answer as a person would: (part of its caption, key to press). Such a scenario runs
     # with basic UI (/qb) on the X display of --ui (xvfb-run) only; the box is read and photographed first.
     answer: tuple = ()
+    machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
+    doubles: dict = field(default_factory=dict)   # {"newdev"|"cfgmgr32": {outcome value: int}}: the test
+                                                  # doubles stand in for Wine's DLLs in msiexec (see DOUBLES_KEY)
+    dll: str = ""      # the custom-action DLL, if not the one under test: a path with {build}
+
+
+MACHINES = HERE.parent / "machines"
+ENUM_PCI = r"HKLM\SYSTEM\CurrentControlSet\Enum\PCI"
+SYSTEM_CLASS = "{4d36e97d-e325-11ce-bfc1-08002be10318}"
+# Outcomes the doubles read and the calls they record (Calls\0001, ...): tests/doubles/*.cpp.
+DOUBLES_KEY = r"HKLM\SOFTWARE\SWLTest\Doubles"
+REG_TYPES = {"REG_SZ": 1, "REG_EXPAND_SZ": 2, "REG_BINARY": 3, "REG_DWORD": 4, "REG_MULTI_SZ": 7}
+
+
+class Raw:
+    """A registry value of any type for a .reg file: REG_* number and its bytes."""
+    def __init__(self, type, data):
+        self.type, self.data = type, data
+
+
+def multi_sz(strings):
+    return Raw(7, "".join(s + "\0" for s in strings).encode("utf-16-le") + b"\0\0")
+
+
+def typed(value):
+    """A profile's value: text is REG_SZ, a number REG_DWORD, {"type": "REG_...", "value": ...} the type named."""
+    if not isinstance(value, dict):
+        return value
+    kind, data = REG_TYPES[value["type"]], value["value"]
+    return (multi_sz(data) if kind == 7 else Raw(kind, bytes.fromhex(data)) if kind == 3 else
+            data if kind == 4 else Raw(kind, (data + "\0").encode("utf-16-le")))
+
+
+def machine_registry(name):
+    """(windows version, {key: {name: value}}) of tests/machines/NAME.json, written as SimulatedMachine
+    (tests/support) writes it; tests/machines/README.md describes the layout."""
+    profile, keys = json.loads((MACHINES / (name + ".json")).read_text()), {}
+    for d in profile["devices"]:
+        spell = (lambda id: id.lower()) if d.get("lowerCase") else (lambda id: id)
+        ven_dev, subsys, rev = "VEN_%s&DEV_%s" % (d["vendor"], d["device"]), "&SUBSYS_" + d["subsystem"], "&REV_" + d["revision"]
+        for instance in d["instances"]:
+            key = "%s\\%s\\%s" % (ENUM_PCI, spell(ven_dev + subsys + rev), instance)
+            keys[key] = {
+                "HardwareID": multi_sz([spell("PCI\\" + ven_dev + subsys + rev), spell("PCI\\" + ven_dev + subsys)]),
+                "CompatibleIDs": multi_sz([spell("PCI\\" + ven_dev + rev), spell("PCI\\" + ven_dev)]),
+                "ClassGUID": SYSTEM_CLASS, "DeviceDesc": d.get("description", "PCI device")}
+            if "servicesNeeded" in d:
+                keys[key + r"\Device Parameters\General"] = {"ServicesNeeded": typed(d["servicesNeeded"])}
+            if "sriov" in d:
+                keys[key + r"\Device Parameters\Sriov"] = {n: typed(v) for n, v in d["sriov"].items()}
+    return profile.get("windows", ""), keys
 
 
 ENDED = re.compile(r"Action ended [0-9:]+: (.+?)\. Return value (-?\d+)\.")
@@ -179,10 +230,10 @@ def rename_export(data, name):
     raise ValueError("no same-length name keeps the export table sorted")
 
 
-def build_package(s, work, dll, variant):
+def build_package(s, work, build, dll, variant):
     """Builds s.package with wixl; variant breaks the DLL: missing (no Binary row), unloadable, rename=X,
     overflow=DLL (a copy of the DLL that damages the heap when it loads)."""
-    data = dll.read_bytes()
+    data = Path(s.dll.format(build=build)).read_bytes() if s.dll else dll.read_bytes()
     if variant and variant.startswith("overflow="):
         data = Path(variant[9:]).read_bytes()
     elif variant == "unloadable":
@@ -228,15 +279,37 @@ def sh(cmd, work, prefix, timeout=300):
                               stdout=out, stderr=subprocess.STDOUT, timeout=timeout).returncode
 
 
-def prepare_prefix(s, work, prefix):
+def reg_line(name, value):
+    """One value of a UTF-16 .reg file: str is REG_SZ, int REG_DWORD, Raw any type (hex(7) holds UTF-16)."""
+    name = '"%s"' % name.replace("\\", "\\\\").replace('"', '\\"')
+    if isinstance(value, str):
+        return '%s="%s"' % (name, value.replace("\\", "\\\\").replace('"', '\\"'))
+    if isinstance(value, int):
+        return "%s=dword:%08x" % (name, value)
+    return "%s=%s:%s" % (name, "hex" if value.type == 3 else "hex(%x)" % value.type,
+                         ",".join("%02x" % b for b in value.data))
+
+
+def prepare_prefix(s, work, prefix, build):
+    """A fresh prefix with the scenario's Windows version, machine, doubles and registry values."""
     if sh([PREFIX_TOOL, "create", str(prefix), "msiexec.exe"], work, prefix, 600):
         raise RuntimeError("cannot create the Wine prefix (see wine.txt)")
-    keys = {**s.registry, **({r"HKEY_CURRENT_USER\Software\Wine": {"Version": s.windows}} if s.windows else {})}
+    windows, keys = machine_registry(s.machine) if s.machine else ("", {})
+    windows = s.windows or windows
+    for name, outcome in s.doubles.items():
+        # msiexec looks in its own folder, system32, first: the double replaces Wine's placeholder there,
+        # and the override makes Wine load that file instead of its own DLL, in msiexec only.
+        shutil.copy(build / "test-doubles" / (name + ".dll"), prefix / "drive_c/windows/system32" / (name + ".dll"))
+        keys.setdefault(r"HKEY_CURRENT_USER\Software\Wine\AppDefaults\msiexec.exe\DllOverrides", {})[name] = "native"
+        keys["%s\\%s" % (DOUBLES_KEY, name)] = dict(outcome)
+    keys.update(s.registry)
+    if windows:
+        keys[r"HKEY_CURRENT_USER\Software\Wine"] = {"Version": windows}
     if keys:
         lines = ["Windows Registry Editor Version 5.00"]
         for key, values in keys.items():
             lines += ["", "[%s]" % key.replace("HKLM", "HKEY_LOCAL_MACHINE", 1)]
-            lines += ['"%s"="%s"' % (n, v.replace("\\", "\\\\")) for n, v in values.items()]
+            lines += [reg_line(n, v) for n, v in values.items()]
         (work / "prepare.reg").write_bytes(b"\xff\xfe" + ("\r\n".join(lines) + "\r\n").encode("utf-16-le"))
         if sh(["wine", "reg", "import", "prepare.reg"], work, prefix, 120):
             raise RuntimeError("wine reg import failed (see wine.txt)")
@@ -271,13 +344,14 @@ def run_scenario(s, args, variant):
         prebuilt = isinstance(s.package, str)
         if prebuilt and variant:
             raise ValueError("--break-dll needs a package built by the runner")
-        msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.dll, variant)
+        msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.build, args.dll, variant)
         props = dict(row[:2] for row in msi_table(msi, "Property"))
         actions = msi_table(msi, "CustomAction")
-        problems += ["SWLLib.def does not export " + a[3] for a in actions if a[3] not in exports()]  # Wine: success
+        problems += ["SWLLib.def does not export " + a[3] for a in actions
+                     if a[3] not in exports() and not s.dll]  # Wine: success
         c = Context(prefix, {"product_code": props["ProductCode"], "version": props["ProductVersion"]},
                     [a[0] for a in actions])
-        prepare_prefix(s, work, prefix)
+        prepare_prefix(s, work, prefix, args.build)
         for name, arguments in s.runs:
             mode, *extra = arguments.split()
             command = ["wine", "msiexec", mode, str(msi), "/qb" if s.answer else "/qn", "/l*v", name + ".log"] + extra
