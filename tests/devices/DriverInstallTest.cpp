@@ -104,6 +104,14 @@ TEST_F(DriverInstall, ReinstallRewritesTheDeviceRecordButKeepsAnExistingDriverFi
     EXPECT_EQ(Recorded(L"hwa_swl4.sys"), L"D:\\kept.sys");
 }
 
+// Plug and Play answers "not plugged in", a success, but no present device carries the ID: nothing is recorded.
+TEST_F(DriverInstall, DeviceThatVanishedBeforeTheUpdateLeavesNoRecord)
+{
+    m_doubles.UpdateDriverReturns(FALSE, 0xE000020B);
+    EXPECT_TRUE(UpdateDriverForDevices(k7xxx, L"hwa_swl4.inf"));
+    EXPECT_FALSE(testreg::KeyExists(kDrivers));
+}
+
 TEST_F(DriverInstall, TlmdDeviceTurnsCryptoOffAndSkipsTheRegistrySearch)
 {
     SimulatedMachine machine("pf-720xx");

@@ -85,4 +85,10 @@ SCENARIOS = [
                 logged("Request to update driver failed for " + PF_7XXX, "InstallDrivers() - Exit"),
                 reg(DOUBLES_KEY + r"\newdev\Calls\0001", "HardwareId", PF_7XXX),
                 reg(DRIVERS_KEY, PF_7XXX, None), file_is(r"C:\windows\system32\drivers\hwa_swl4.sys", None)]),
+    # WMI cannot be had in the action server (its provider switched off): no device is found.
+    Scenario(
+        name="wmi_unavailable_counts_as_no_device",
+        machine="pf-7xxx", package=[("VerifyHardwareOrWarn", 6611)],
+        registry={r"HKEY_CURRENT_USER\Software\Wine\AppDefaults\msiexec.exe\DllOverrides": {"wbemprox": ""}},
+        checks=[ran("VerifyHardwareOrWarn", 0), exit_code(1603), logged("VerifyHardwareOrWarn()", NO_HARDWARE)]),
 ]
