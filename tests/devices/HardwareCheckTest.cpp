@@ -49,6 +49,10 @@ TEST(Discovery, ListsEachSupportedIdOnceWithoutItsInstanceWhateverCaseItWasWritt
         SimulatedMachine machine("other-vendors");
         EXPECT_EQ(Enumerate(), (Ids{L"PCI\\VEN_1F2E&DEV_6B20&SUBSYS_00001F2E&REV_20"}));
     }
+    {
+        SimulatedMachine machine("odd-key");
+        EXPECT_EQ(Enumerate(), (Ids{L"PCI\\VEN_1F2E&DEV_6B20&SUBSYS_00001F2E&REV_20 %S#{X}"}));
+    }
     SimulatedMachine harrowgate("harrowgate");
     std::vector<CKesString> none;
     EXPECT_FALSE(EnumerateDeviceMgrForSupportedDevices(none));
@@ -96,6 +100,10 @@ TEST_F(CryptoSearch, AcceptedServiceSetsKeepCryptoAndOthersOrWrongTypesTurnItOff
     EXPECT_FALSE(rejected);
     EXPECT_NE(std::find(lines.begin(), lines.end(), L"CRYPTO not enabled, register value is dc"), lines.end());
     EXPECT_FALSE(Search("services-wrong-type").first) << "a number is no service set";
+    const auto [odd, oddLines] = Search("odd-key");
+    EXPECT_FALSE(odd) << "a key with blanks, braces and a format directive is walked like any other";
+    EXPECT_NE(std::find(oddLines.begin(), oddLines.end(), L"CRYPTO not enabled, register value is dc"),
+              oddLines.end());
 }
 
 // The offer for the second read is what the first returned: a longer value later cannot be read and is skipped.
