@@ -4,38 +4,37 @@
 # Idempotent and quiet: packages already present are not fetched again.
 set -eu
 
-# command  package that provides it (on Debian 12)
-# The package "wine" matters: "wine64" alone puts its loader and server under
-# /usr/lib/wine only, so neither "wine" nor "wineserver" would be on the PATH.
-needs="
-wine                         wine
-wineserver                   wine
-wineboot                     wine
-x86_64-w64-mingw32-gcc-posix gcc-mingw-w64-x86-64-posix
-x86_64-w64-mingw32-g++-posix g++-mingw-w64-x86-64-posix
-x86_64-w64-mingw32-windres   binutils-mingw-w64-x86-64
-x86_64-w64-mingw32-objdump   binutils-mingw-w64-x86-64
-x86_64-w64-mingw32-objcopy   binutils-mingw-w64-x86-64
-x86_64-w64-mingw32-nm        binutils-mingw-w64-x86-64
-x86_64-w64-mingw32-ar        binutils-mingw-w64-x86-64
-wixl                         wixl
-msiinfo                      msitools
-msibuild                     msitools
-cmake                        cmake
-ctest                        cmake
-ninja                        ninja-build
-xvfb-run                     xvfb
-xdotool                      xdotool
-import                       imagemagick
-python3                      python3
-flock                        util-linux
-"
-# Packages with no command of their own in the list above.
-extra="wine64 mingw-w64-tools googletest"
+# pkgs[COMMAND]=PACKAGE: every command the scripts call, and the Debian 12
+# package that provides it. The package "wine" matters: "wine64" alone puts its
+# loader and server under /usr/lib/wine only, so neither "wine" nor
+# "wineserver" would be on the PATH.
+declare -A pkgs
+pkgs[wine]=wine
+pkgs[wineserver]=wine
+pkgs[wineboot]=wine
+pkgs[x86_64-w64-mingw32-gcc-posix]=gcc-mingw-w64-x86-64-posix
+pkgs[x86_64-w64-mingw32-g++-posix]=g++-mingw-w64-x86-64-posix
+pkgs[x86_64-w64-mingw32-windres]=binutils-mingw-w64-x86-64
+pkgs[x86_64-w64-mingw32-objdump]=binutils-mingw-w64-x86-64
+pkgs[x86_64-w64-mingw32-objcopy]=binutils-mingw-w64-x86-64
+pkgs[x86_64-w64-mingw32-nm]=binutils-mingw-w64-x86-64
+pkgs[x86_64-w64-mingw32-ar]=binutils-mingw-w64-x86-64
+pkgs[wixl]=wixl
+pkgs[msiinfo]=msitools
+pkgs[msibuild]=msitools
+pkgs[cmake]=cmake
+pkgs[ctest]=cmake
+pkgs[ninja]=ninja-build
+pkgs[xvfb-run]=xvfb
+pkgs[xdotool]=xdotool
+pkgs[import]=imagemagick
+pkgs[python3]=python3
+pkgs[flock]=util-linux
+# Packages with no command of their own above.
+extra_pkgs="wine64 mingw-w64-tools googletest"
 
-pkgs=$(printf '%s\n' "$needs" | awk 'NF == 2 { print $2 }' | sort -u | tr '\n' ' ')
 missing=""
-for p in $pkgs $extra; do
+for p in $(printf '%s\n' "${pkgs[@]}" | sort -u) $extra_pkgs; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
 done
 if [ -n "$missing" ]; then
@@ -48,13 +47,10 @@ fi
 
 # A tool that is missing must stop us here, not deep inside a test run.
 absent=""
-while read -r cmd pkg; do
-    [ -n "$cmd" ] || continue
+for cmd in "${!pkgs[@]}"; do
     command -v "$cmd" >/dev/null 2>&1 || absent="$absent
-  '$cmd' (Debian package '$pkg')"
-done <<EOF
-$needs
-EOF
+  '$cmd' (Debian package '${pkgs[$cmd]}')"
+done
 [ -f /usr/src/googletest/CMakeLists.txt ] || absent="$absent
   GoogleTest sources in /usr/src/googletest (Debian package 'googletest')"
 if [ -n "$absent" ]; then

@@ -91,17 +91,3 @@ TEST(StringTable, OnlyTheShippedIdsHoldTextsAndTheirSymbolsSurviveTheBuild)
     EXPECT_EQ(text.LoadStringW(dll, 102), static_cast<int>(devices.size()));
     EXPECT_EQ(std::wstring(text), devices);
 }
-
-TEST_F(LoadedLibrary, ExportedClassesWorkAcrossTheModuleBoundary)
-{
-    CKesString text;
-    EXPECT_EQ(text.FormatString(L"%s=%d", L"wide", 42), 7);
-    std::vector<CKesString> parts{L"stale"};
-    EXPECT_TRUE(CKesString(L"a,b").Split(',', parts) && parts.size() == 2 && parts[1] == L"b");
-    EXPECT_EQ(GetCodePage(0), GetACP());
-    CKesRegKey key;
-    ASSERT_TRUE(key.Create(HKEY_LOCAL_MACHINE, kProduct, true, false));
-    EXPECT_TRUE(key.SetValue(L"Name", text, false) && key.GetValue(L"Name", parts[0]));
-    EXPECT_EQ(std::wstring(parts[0]), L"wide=42") << "formatted, written and read back";
-    EXPECT_FALSE(CKesDebug().IsConfigured());
-}
