@@ -1,0 +1,271 @@
+// The service actions and the reboot test against Wine's real service control manager. The
+// product's services are played by swl_test_service installed under their names, or created by
+// AddServices itself as kernel drivers.
+#include "Services/ServiceActions.h"
+#include "Payload/InstallSummary.h"
+#include "PlantedFiles.h"
+#include "TestRegistry.h"
+#include "TestService.h"
+#include "TestSession.h"
+#include "TraceCapture.h"
+#include <gtest/gtest.h>
+#include <algorithm>
+
+namespace
+{
+using Lines = std::vector<std::wstring>;
+const wchar_t* const kProduct = L"SOFTWARE\\CORVANE\\SWL";
+const std::wstring kDrivers = L"C:\\windows\\system32\\drivers\\";
+const std::wstring kSummaryFolder = L"C:\\Program Files\\Corvane\\Corvane(R) Swiftlane Technology\\";
+
+// Stops and deletes the named services at the end, whoever created them.
+struct ServiceCleanup
+{
+    explicit ServiceCleanup(Lines names) : m_names(std::move(names)) {}
+    ~ServiceCleanup()
+    {
+        for (const auto& name : m_names)
+        {
+            UniqueServiceHandle service(OpenServiceW(TestServiceManager(), name.c_str(), SERVICE_ALL_ACCESS));
+            SERVICE_STATUS status = {};
+            ControlService(service.get(), SERVICE_CONTROL_STOP, &status);
+            DeleteService(service.get());
+        }
+    }
+    Lines m_names;
+};
+
+// The description field of every ACTIONSTART record.
+Lines ProgressTexts(const TestSession& session)
+{
+    Lines texts;
+    for (const auto& record : session.RecordsOfType(INSTALLMESSAGE_ACTIONSTART))
+        texts.push_back(record.fields.at(2));
+    return texts;
+}
+
+struct AddServicesTest : ::testing::Test
+{
+    void SetUp() override
+    {
+        ASSERT_TRUE(testreg::SetString(kProduct, L"InstallDir", L"C:\\Program Files\\Corvane"));
+        ASSERT_TRUE(m_files.Add(kSummaryFolder + L"SWLInstallSummary.log", "summary of an earlier install"));
+    }
+    UINT Run(const std::wstring& customActionData)
+    {
+        m_session.SetProperty(L"CustomActionData", customActionData);
+        m_session.ClearRecords();
+        return AddServices(m_session.handle());
+    }
+    ProductKeyGuard m_key;
+    PlantedFiles m_files;
+    ServiceCleanup m_services{{L"cfSwl", L"TPXPROV", L"TPXPROVUSER"}};
+    TestSession m_session;
+};
+} // namespace
+
+TEST_F(AddServicesTest, MissingProductKeyOrInstallDirFailsBeforeAnyServiceIsTouched)
+{
+    ASSERT_TRUE(m_files.Add(kDrivers + L"cfswl.sys"));
+    testreg::DeleteValue(kProduct, L"InstallDir");
+    EXPECT_EQ(Run(L"1"), 31u);
+    testreg::DeleteTree(kProduct);
+    EXPECT_EQ(AddServices(m_session.handle()), 31u);
+    EXPECT_EQ(m_session.LogLines(), Lines({L"AddServices()", L"Cannot locate required registry keys",
+                                           L"AddServices()", L"Cannot locate required registry keys"}));
+    EXPECT_TRUE(ProgressTexts(m_session).empty());
+    EXPECT_FALSE(ServiceExists(L"cfSwl"));
+    EXPECT_EQ(ReadFileBytes(kInstallSummaryPath), "summary of an earlier install");
+}
+
+// No driver files at all: cfSwl cannot be added, so its parameters are not written, and the
+// crypto services are still tried. The summary of the earlier install is replaced.
+TEST_F(AddServicesTest, ServiceThatCannotBeAddedFailsTheActionButTheOthersAreStillTried)
+{
+    EXPECT_EQ(Run(L"1"), 31u);
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"AddServices()", L"Service add failed for 'cfSwl'",
+                     L"INSTALLCRYPTO=1, adding and starting crypto services.", L"Service start failed for 'tpxprov'",
+                     L"Service start failed for 'tpxprovuser'", L"AddServices() - Exit"}));
+    EXPECT_EQ(ProgressTexts(m_session),
+              Lines({L"Adding cfSwl service", L"Adding system service", L"Starting user service"}));
+    EXPECT_FALSE(testreg::KeyExists(kCfSwlParametersKey));
+    const std::string summary = ReadFileBytes(kInstallSummaryPath);
+    EXPECT_EQ(summary.rfind("Corvane(R) SWL Software Installation Summary\r\n", 0), 0u) << summary;
+    EXPECT_EQ(summary.find("earlier install"), std::string::npos);
+}
+
+// A file that is not a driver image: the service is added, its parameters written, its start fails.
+// A second run finds the service there: nothing of it is touched again.
+TEST_F(AddServicesTest, AddedServiceGetsItsParametersEvenWhenItCannotStart)
+{
+    ASSERT_TRUE(m_files.Add(kDrivers + L"cfswl.sys", "not a driver"));
+    const auto sessions = [] {
+        DWORD value = 0, bytes = sizeof(value);
+        RegGetValueW(HKEY_LOCAL_MACHINE, kCfSwlParametersKey, L"PreAllocatedMemorySessions", RRF_RT_REG_DWORD,
+                     nullptr, &value, &bytes);
+        return value;
+    };
+    EXPECT_EQ(Run(L"1 "), 31u);
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"AddServices()", L"Service start failed for 'cfSwl'",
+                     L"Crypto is not supported, crypto services will not be installed.", L"AddServices() - Exit"}));
+    EXPECT_TRUE(ServiceExists(L"cfSwl"));
+    EXPECT_EQ(sessions(), 4u);
+
+    ASSERT_TRUE(testreg::SetDword(kCfSwlParametersKey, L"PreAllocatedMemorySessions", 9));
+    EXPECT_EQ(Run(L"true"), 31u);
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"AddServices()", L"Service add failed for 'cfSwl'",
+                     L"Crypto is not supported, crypto services will not be installed.", L"AddServices() - Exit"}));
+    EXPECT_EQ(sessions(), 9u);
+    EXPECT_FALSE(ServiceExists(L"TPXPROV"));
+}
+
+namespace
+{
+struct RemoveServicesTest : ::testing::Test
+{
+    PlantedFiles m_files;
+    TestSession m_session;
+};
+} // namespace
+
+TEST_F(RemoveServicesTest, WithNoServicesPresentEachIsReportedMissingAndTheSummaryIsDeleted)
+{
+    ASSERT_TRUE(m_files.Add(kInstallSummaryPath) && m_files.Add(kSummaryFolder + L"SWLInstallSummary.txt"));
+    EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"RemoveServices()", L"RemoveServices : removing TPXPROV service",
+                     L"RemoveServices: Service 'TPXPROV' does not exist", L"RemoveServices : removing TPXPROVUSER service",
+                     L"Service 'TPXPROVUSER' does not exist", L"RemoveServices : removing cfSwl service",
+                     L"Service 'cfSwl' does not exist", L"RemoveServices : removing hwa_swl4 service",
+                     L"Service 'hwa_swl4' does not exist", L"RemoveServices() - Exit"}));
+    EXPECT_EQ(ProgressTexts(m_session), Lines({L"Removing system service", L"Removing user service",
+                                               L"Removing cfSwl service", L"Removing hwa_swl service"}));
+    EXPECT_FALSE(FileExists(kInstallSummaryPath));
+    EXPECT_TRUE(FileExists(kSummaryFolder + L"SWLInstallSummary.txt"));
+}
+
+// The base driver's stop result (0) becomes the text of a second progress message: string 0 is empty.
+TEST_F(RemoveServicesTest, RunningServicesAreStoppedAndDeleted)
+{
+    {
+        TestService tpxprov(L"TPXPROV", L""), tpxprovUser(L"TPXPROVUSER", L""), cfSwl(L"cfSwl", L""),
+            base(L"HWA_SWL4", L"");
+        for (TestService* service : {&tpxprov, &tpxprovUser, &cfSwl, &base})
+            ASSERT_TRUE(service->Start());
+        EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
+        for (const wchar_t* name : {L"TPXPROV", L"TPXPROVUSER", L"cfSwl", L"HWA_SWL4"})
+            EXPECT_EQ(ServiceState(name), static_cast<DWORD>(SERVICE_STOPPED)) << Narrow(name);
+    }
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"RemoveServices()", L"RemoveServices : removing TPXPROV service",
+                     L"RemoveServices: Service removal succesful for 'tpxprov'",
+                     L"RemoveServices : removing TPXPROVUSER service",
+                     L"RemoveServices: Service removal succesful for 'tpxprovuser'",
+                     L"RemoveServices : removing cfSwl service", L"RemoveServices: Service removal succesful for 'cfSwl'",
+                     L"RemoveServices : removing hwa_swl4 service",
+                     L"RemoveServices: Service removal succesful for 'hwa_swl4'", L"RemoveServices() - Exit"}));
+    EXPECT_EQ(ProgressTexts(m_session), Lines({L"Removing system service", L"Removing user service",
+                                               L"Removing cfSwl service", L"Removing hwa_swl service", L""}));
+    // Deleted once the test's own handles are closed.
+    for (const wchar_t* name : {L"TPXPROV", L"TPXPROVUSER", L"cfSwl", L"HWA_SWL4"})
+        EXPECT_FALSE(ServiceExists(name)) << Narrow(name);
+}
+
+// A service already marked for deletion (running and refusing to stop, so the manager keeps it)
+// cannot be deleted again: that fails the action for cfSwl, never for the base driver.
+TEST_F(RemoveServicesTest, ServiceThatCannotBeDeletedFailsTheActionUnlessItIsTheBaseDriver)
+{
+    const struct { const wchar_t* name; UINT result; const wchar_t* line; } cases[] = {
+        {L"HWA_SWL4", 0, L"RemoveServices: Service removal failed for 'hwa_swl4'; it is marked for deletion"},
+        {L"cfSwl", 31, L"RemoveServices: Service removal failed for 'cfSwl'; it is marked for deletion"},
+    };
+    for (const auto& c : cases)
+    {
+        TestService marked(c.name, L"--stop=refuse");
+        ASSERT_TRUE(marked.Start() && DeleteService(marked.service.get()));
+        m_session.ClearRecords();
+        EXPECT_EQ(RemoveServices(m_session.handle()), c.result) << Narrow(c.name);
+        const Lines lines = m_session.LogLines();
+        EXPECT_NE(std::find(lines.begin(), lines.end(), c.line), lines.end()) << Narrow(c.line);
+    }
+}
+
+// The helpers' results are read reversed on purpose: healthy services give 31 and every line says
+// failed; with none of the services there, every helper fails and the action reports success.
+TEST(RestartServicesTest, ReadsEveryHelperResultReversed)
+{
+    TestSession session;
+    {
+        TestService cfSwl(L"cfSwl", L""), tpxprov(L"TPXPROV", L""), tpxprovUser(L"TPXPROVUSER", L"");
+        for (TestService* service : {&cfSwl, &tpxprov, &tpxprovUser})
+            ASSERT_TRUE(service->Start());
+        EXPECT_EQ(RestartServices(session.handle()), 31u);
+        for (const wchar_t* name : {L"cfSwl", L"TPXPROV", L"TPXPROVUSER"})
+            EXPECT_EQ(ServiceState(name), static_cast<DWORD>(SERVICE_RUNNING)) << Narrow(name);
+        EXPECT_EQ(session.LogLines(),
+                  Lines({L"Entering RestartServices()", L"Service stop failed for 'cfSwl'",
+                         L"Service stop failed for 'tpxprovuser'", L"Service stop failed for 'tpxprov'",
+                         L"Service start failed for 'cfSwl'", L"Service start failed for 'tpxprov'",
+                         L"Service start failed for 'tpxprovuser'", L"RestartServices() - Exit"}));
+    }
+    session.ClearRecords();
+    const std::wstring missing = L"Service does not exist!!!!!!";
+    EXPECT_EQ(RestartServices(session.handle()), 0u);
+    EXPECT_EQ(session.LogLines(),
+              Lines({L"Entering RestartServices()", missing, L"Service stop succesful for 'cfSwl'", missing,
+                     L"Service stop succesful for 'tpxprovuser'", missing, L"Service stop succesful for 'tpxprov'",
+                     L"Service start succesful for 'cfSwl'", L"Service start succesful for 'tpxprov'",
+                     L"Service start succesful for 'tpxprovuser'", L"RestartServices() - Exit"}));
+}
+
+namespace
+{
+struct IsRebootRequiredTest : ::testing::Test
+{
+    PlantedFiles m_files;
+    TestSession m_session;
+    const std::wstring m_remnant = kDrivers + L"TpxProv.sys";
+};
+} // namespace
+
+// A pending stop anywhere in the list, the base driver last, needs a reboot; the files are then left alone.
+TEST_F(IsRebootRequiredTest, StopPendingServiceRequiresARebootWithoutTouchingFiles)
+{
+    ASSERT_TRUE(m_files.Add(m_remnant));
+    for (const wchar_t* name : {L"TPXPROV", L"HWA_SWL4"})
+    {
+        TestService running(L"cfSwl", L""), pending(name, L"--stop=hang --stop-hint=60000");
+        ASSERT_TRUE(running.Start() && pending.StartAndLeaveStopPending());
+        m_session.ClearRecords();
+        EXPECT_TRUE(IsRebootRequired(m_session.handle())) << Narrow(name);
+        EXPECT_EQ(m_session.LogLines(),
+                  Lines({L"IsRebootRequired()", L"IsRebootRequired : one or more services are PENDING, reboot required",
+                         L"IsRebootRequired: Exit"}));
+        EXPECT_TRUE(FileExists(m_remnant));
+    }
+}
+
+TEST_F(IsRebootRequiredTest, WithoutPendingServicesTheRemnantCleanupDecides)
+{
+    TraceCapture trace;
+    TestService running(L"TPXPROV", L"");
+    ASSERT_TRUE(running.Start() && m_files.Add(m_remnant));
+    EXPECT_FALSE(IsRebootRequired(m_session.handle()));
+    EXPECT_FALSE(FileExists(m_remnant));
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"IsRebootRequired()", L"All remnant files deleted.", L"IsRebootRequired: Exit"}));
+    EXPECT_TRUE(trace.Printed(L"EXIT:  IsRebootRequired, bReturn=false")) << trace.Dump();
+
+    ASSERT_TRUE(m_files.Add(m_remnant));
+    const UniqueFileHandle locked(
+        CreateFileW(m_remnant.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    m_session.ClearRecords();
+    EXPECT_TRUE(IsRebootRequired(m_session.handle()));
+    const Lines lines = m_session.LogLines();
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[3], L"IsRebootRequired : not all files could be removed, reboot required");
+    EXPECT_EQ(lines[4], L"IsRebootRequired: Exit");
+}
