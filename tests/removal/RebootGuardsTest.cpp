@@ -1,11 +1,14 @@
-// The reboot and upgrade guards in an in-process session. The Installer's own UI level is set to 5
-// (full) unless a test wants a silent run; without a display a message box returns at once.
+// The reboot and upgrade guards, and IsRebootRequired beneath them, with the product's services
+// played by the test service and real remnant files. The Installer's UI level is 5 (full) unless a
+// test wants a silent run; without a display a message box returns at once.
 #include "Removal/RebootGuards.h"
 #include "PlantedFiles.h"
 #include "TestRegistry.h"
 #include "TestService.h"
 #include "TestSession.h"
+#include "TraceCapture.h"
 #include <gtest/gtest.h>
+#include <memory>
 
 namespace
 {
@@ -16,105 +19,95 @@ const Lines kNoReboot = {L"IsRebootRequired()", L"All remnant files deleted.", L
 const Lines kPending = {L"IsRebootRequired()", L"IsRebootRequired : one or more services are PENDING, reboot required",
                         L"IsRebootRequired: Exit"};
 
-Lines operator+(Lines lines, const Lines& more)
-{
-    lines.insert(lines.end(), more.begin(), more.end());
-    return lines;
-}
-
 struct RebootGuardsTest : ::testing::Test
 {
     void SetUp() override { m_session.SetProperty(L"UILevel", L"5"); }
-    // TPXPROV stays stop-pending until the test ends.
-    void LeaveAServiceStopPending()
+    // The service stays stop-pending until the test ends; the ones before it in the list run.
+    void LeaveStopPending(const wchar_t* name)
     {
-        m_pending = std::make_unique<TestService>(L"TPXPROV", L"--stop=hang --stop-hint=60000");
-        ASSERT_TRUE(m_pending->StartAndLeaveStopPending());
+        m_running = std::make_unique<TestService>(L"TPXPROVUSER", L"");
+        m_pending = std::make_unique<TestService>(name, L"--stop=hang --stop-hint=60000");
+        ASSERT_TRUE(m_running->Start() && m_pending->StartAndLeaveStopPending());
     }
     ProductKeyGuard m_key;
     PlantedFiles m_files;
-    std::unique_ptr<TestService> m_pending;
+    std::unique_ptr<TestService> m_running, m_pending;
     TestSession m_session;
 };
 } // namespace
 
+// Any readable "TopProvider", even "0", asks for the reboot; a silent run only logs the need.
 TEST_F(RebootGuardsTest, RequestRebootForcesARebootForAnyTopProviderValue)
 {
     EXPECT_EQ(RequestReboot(m_session.handle()), 0u);
     ASSERT_TRUE(testreg::SetString(kProduct, L"TopProvider", L"0"));
     EXPECT_EQ(RequestReboot(m_session.handle()), 3010u);
     EXPECT_EQ(m_session.Property(L"REBOOT"), L"Force");
-    EXPECT_EQ(m_session.LogLines(), Lines({L"RequestReboot()", L"RequestReboot() - Exit", L"RequestReboot()",
-                                           L"RequestReboot : Setting REBOOT to 'FORCE'", L"RequestReboot() - Exit"}));
-}
-
-TEST_F(RebootGuardsTest, RequestRebootInASilentRunOnlyLogsTheNeed)
-{
-    ASSERT_TRUE(testreg::SetString(kProduct, L"TopProvider", L"1") && testreg::SetString(kProduct, L"UILevel", L"2"));
+    m_session.SetProperty(L"REBOOT", L"");
+    ASSERT_TRUE(testreg::SetString(kProduct, L"UILevel", L"2"));
     EXPECT_EQ(RequestReboot(m_session.handle()), 3010u);
     EXPECT_EQ(m_session.Property(L"REBOOT"), L"");
-    EXPECT_EQ(m_session.LogLines(),
-              Lines({L"RequestReboot()",
-                     L"RequestReboot : You must restart your system for the configuration changes made to Corvane(R) "
-                     L"Swiftlane Technology to take effect.",
-                     L"RequestReboot() - Exit"}));
-}
-
-TEST_F(RebootGuardsTest, RequestRebootWithoutTheProductKeyAsksForNothing)
-{
     testreg::DeleteTree(kProduct);
     EXPECT_EQ(RequestReboot(m_session.handle()), 0u);
-    EXPECT_EQ(m_session.Property(L"REBOOT"), L"");
-    EXPECT_EQ(m_session.LogLines(), Lines({L"RequestReboot()", L"Cannot locate required registry keys for plugin provider",
-                                           L"RequestReboot() - Exit"}));
+    const Lines entry = {L"RequestReboot()"}, exit = {L"RequestReboot() - Exit"};
+    EXPECT_EQ(m_session.LogLines(),
+              entry + exit + entry + Lines{L"RequestReboot : Setting REBOOT to 'FORCE'"} + exit + entry +
+                  Lines{L"RequestReboot : You must restart your system for the configuration changes made to "
+                        L"Corvane(R) Swiftlane Technology to take effect."} +
+                  exit + entry + Lines{L"Cannot locate required registry keys for plugin provider"} + exit);
 }
 
-TEST_F(RebootGuardsTest, AfterUninstallAPendingServiceForcesARebootButNeverFails)
+// A remnant that cannot be deleted needs a reboot too; a silent run never sets REBOOT.
+TEST_F(RebootGuardsTest, AfterUninstallAPendingRebootIsRequestedButNeverFails)
 {
     ASSERT_TRUE(m_files.Add(kRemnant));
     EXPECT_EQ(WarnRebootRequired_AfterUninstall(m_session.handle()), 0u);
     EXPECT_FALSE(FileExists(kRemnant));
     EXPECT_EQ(m_session.Property(L"REBOOT"), L"");
-    LeaveAServiceStopPending();
+    ASSERT_TRUE(m_files.Add(kRemnant));
+    UniqueFileHandle locked(CreateFileW(kRemnant.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     EXPECT_EQ(WarnRebootRequired_AfterUninstall(m_session.handle()), 0u);
     EXPECT_EQ(m_session.Property(L"REBOOT"), L"Force");
-    const Lines entry = {L"WarnRebootRequired_AfterUninstall()"}, exit = {L"WarnRebootRequired_AfterUninstall : Exit"};
-    const Lines found = {L"Found services pending removal, a reboot is required to complete uninstall."};
-    EXPECT_EQ(m_session.LogLines(),
-              entry + kNoReboot + exit + entry + kPending + found +
-                  Lines{L"WarnRebootRequired_AfterUninstall : Setting REBOOT to 'FORCE'"} + exit);
-
     m_session.SetProperty(L"REBOOT", L"");
     m_session.SetProperty(L"UILevel", L"2");
-    m_session.ClearRecords();
+    LeaveStopPending(L"HWA_SWL4");
     EXPECT_EQ(WarnRebootRequired_AfterUninstall(m_session.handle()), 0u);
     EXPECT_EQ(m_session.Property(L"REBOOT"), L"");
-    EXPECT_EQ(m_session.LogLines(), entry + kPending + found + exit);
+
+    const Lines entry = {L"WarnRebootRequired_AfterUninstall()"}, exit = {L"WarnRebootRequired_AfterUninstall : Exit"};
+    const Lines found = {L"Found services pending removal, a reboot is required to complete uninstall."};
+    const Lines unremovable = {L"IsRebootRequired()", L"Unable to remove all files, failing install:",
+        L"Failed to delete file: " + kRemnant + L" with error:" + SystemErrorText(ERROR_SHARING_VIOLATION) + L"\r\n",
+        L"IsRebootRequired : not all files could be removed, reboot required", L"IsRebootRequired: Exit"};
+    EXPECT_EQ(m_session.LogLines(),
+              entry + kNoReboot + exit + entry + unremovable + found +
+                  Lines{L"WarnRebootRequired_AfterUninstall : Setting REBOOT to 'FORCE'"} + exit + entry + kPending +
+                  found + exit);
 }
 
-// The line logged with the box has two blanks before "Please", the silent one a single blank.
+// A pending stop stops the installation and leaves the remnants alone. The line logged with the box
+// has two blanks before "Please", the silent one a single blank.
 TEST_F(RebootGuardsTest, BeforeInstallAPendingRebootStopsTheInstallation)
 {
     EXPECT_EQ(WarnRebootRequired_BeforeInstall(m_session.handle()), 0u);
-    LeaveAServiceStopPending();
+    LeaveStopPending(L"TPXPROV");
+    ASSERT_TRUE(m_files.Add(kRemnant));
     EXPECT_EQ(WarnRebootRequired_BeforeInstall(m_session.handle()), 3010u);
     ASSERT_TRUE(testreg::SetString(kProduct, L"UILevel", L"2"));
     EXPECT_EQ(WarnRebootRequired_BeforeInstall(m_session.handle()), 3010u);
+    EXPECT_TRUE(FileExists(kRemnant));
     const Lines entry = {L"WarnRebootRequired_BeforeInstall()"}, exit = {L"WarnRebootRequired_BeforeInstall : Exit"};
     const std::wstring pending = L"A reboot is pending. The Corvane(R) Swiftlane installer cannot continue.";
+    const Lines shown = {pending + L"  Please reboot the system and run the installer again."};
+    const Lines silent = {pending + L" Please reboot the system and run the installer again."};
     EXPECT_EQ(m_session.LogLines(),
-              entry + kNoReboot + exit + entry + kPending +
-                  Lines{pending + L"  Please reboot the system and run the installer again."} + exit + entry +
-                  kPending + Lines{pending + L" Please reboot the system and run the installer again."} + exit);
-    EXPECT_EQ(m_session.Property(L"REBOOT"), L"");
+              entry + kNoReboot + exit + entry + kPending + shown + exit + entry + kPending + silent + exit);
 }
 
+// Only exactly "1" stops; the line is logged a second time with the box.
 TEST_F(RebootGuardsTest, UpgradeGuardStopsOnlyForUpgradingExactlyOne)
 {
-    const std::wstring detected = L"A previous version was detected and must be uninstalled. The Corvane(R) "
-                                  L"Swiftlane installer cannot continue.";
-    const Lines entry = {L"WarnUninstallRequired_Upgrade()"}, exit = {L"WarnUninstallRequired_Upgrade : Exit"};
-    for (const wchar_t* value : {L"", L"true", L"1 "})
+    for (const wchar_t* value : {L"true", L"1 "})
     {
         m_session.SetProperty(L"UPGRADING", value);
         EXPECT_EQ(WarnUninstallRequired_Upgrade(m_session.handle()), 0u) << Narrow(value);
@@ -123,7 +116,9 @@ TEST_F(RebootGuardsTest, UpgradeGuardStopsOnlyForUpgradingExactlyOne)
     EXPECT_EQ(WarnUninstallRequired_Upgrade(m_session.handle()), 15609u);
     m_session.SetProperty(L"UILevel", L"2");
     EXPECT_EQ(WarnUninstallRequired_Upgrade(m_session.handle()), 15609u);
-    const Lines shown = {detected, detected}, silent = {detected};
+    const Lines entry = {L"WarnUninstallRequired_Upgrade()"}, exit = {L"WarnUninstallRequired_Upgrade : Exit"};
+    const Lines detected = {L"A previous version was detected and must be uninstalled. The Corvane(R) Swiftlane "
+                            L"installer cannot continue."};
     EXPECT_EQ(m_session.LogLines(),
-              entry + exit + entry + exit + entry + exit + entry + shown + exit + entry + silent + exit);
+              entry + exit + entry + exit + entry + detected + detected + exit + entry + detected + exit);
 }

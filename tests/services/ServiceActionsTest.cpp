@@ -9,7 +9,6 @@
 #include "TestSession.h"
 #include "TraceCapture.h"
 #include <gtest/gtest.h>
-#include <algorithm>
 
 namespace
 {
@@ -34,15 +33,6 @@ struct ServiceCleanup
     }
     Lines m_names;
 };
-
-// The description field of every ACTIONSTART record.
-Lines ProgressTexts(const TestSession& session)
-{
-    Lines texts;
-    for (const auto& record : session.RecordsOfType(INSTALLMESSAGE_ACTIONSTART))
-        texts.push_back(record.fields.at(2));
-    return texts;
-}
 
 struct AddServicesTest : ::testing::Test
 {
@@ -73,7 +63,7 @@ TEST_F(AddServicesTest, MissingProductKeyOrInstallDirFailsBeforeAnyServiceIsTouc
     EXPECT_EQ(AddServices(m_session.handle()), 31u);
     EXPECT_EQ(m_session.LogLines(), Lines({L"AddServices()", L"Cannot locate required registry keys",
                                            L"AddServices()", L"Cannot locate required registry keys"}));
-    EXPECT_TRUE(ProgressTexts(m_session).empty());
+    EXPECT_TRUE(m_session.ActionStartTexts().empty());
     EXPECT_FALSE(ServiceExists(L"cfSwl"));
     EXPECT_EQ(ReadFileBytes(kInstallSummaryPath), "summary of an earlier install");
 }
@@ -87,7 +77,7 @@ TEST_F(AddServicesTest, ServiceThatCannotBeAddedFailsTheActionButTheOthersAreSti
               Lines({L"AddServices()", L"Service add failed for 'cfSwl'",
                      L"INSTALLCRYPTO=1, adding and starting crypto services.", L"Service start failed for 'tpxprov'",
                      L"Service start failed for 'tpxprovuser'", L"AddServices() - Exit"}));
-    EXPECT_EQ(ProgressTexts(m_session),
+    EXPECT_EQ(m_session.ActionStartTexts(),
               Lines({L"Adding cfSwl service", L"Adding system service", L"Starting user service"}));
     EXPECT_FALSE(testreg::KeyExists(kCfSwlParametersKey));
     const std::string summary = ReadFileBytes(kInstallSummaryPath);
@@ -131,47 +121,40 @@ struct RemoveServicesTest : ::testing::Test
 };
 } // namespace
 
-TEST_F(RemoveServicesTest, WithNoServicesPresentEachIsReportedMissingAndTheSummaryIsDeleted)
+// The base driver's stop result (0) becomes the text of a second progress message: string 0 is
+// empty. A second run finds none of the services.
+TEST_F(RemoveServicesTest, RemovesWhicheverServicesExistAndTheSummary)
 {
     ASSERT_TRUE(m_files.Add(kInstallSummaryPath) && m_files.Add(kSummaryFolder + L"SWLInstallSummary.txt"));
-    EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
-    EXPECT_EQ(m_session.LogLines(),
-              Lines({L"RemoveServices()", L"RemoveServices : removing TPXPROV service",
-                     L"RemoveServices: Service 'TPXPROV' does not exist", L"RemoveServices : removing TPXPROVUSER service",
-                     L"Service 'TPXPROVUSER' does not exist", L"RemoveServices : removing cfSwl service",
-                     L"Service 'cfSwl' does not exist", L"RemoveServices : removing hwa_swl4 service",
-                     L"Service 'hwa_swl4' does not exist", L"RemoveServices() - Exit"}));
-    EXPECT_EQ(ProgressTexts(m_session), Lines({L"Removing system service", L"Removing user service",
-                                               L"Removing cfSwl service", L"Removing hwa_swl service"}));
-    EXPECT_FALSE(FileExists(kInstallSummaryPath));
-    EXPECT_TRUE(FileExists(kSummaryFolder + L"SWLInstallSummary.txt"));
-}
-
-// The base driver's stop result (0) becomes the text of a second progress message: string 0 is empty.
-TEST_F(RemoveServicesTest, RunningServicesAreStoppedAndDeleted)
-{
+    const wchar_t* const names[] = {L"TPXPROV", L"TPXPROVUSER", L"cfSwl", L"HWA_SWL4"};
     {
-        TestService tpxprov(L"TPXPROV", L""), tpxprovUser(L"TPXPROVUSER", L""), cfSwl(L"cfSwl", L""),
-            base(L"HWA_SWL4", L"");
+        TestService tpxprov(names[0], L""), tpxprovUser(names[1], L""), cfSwl(names[2], L""), base(names[3], L"");
         for (TestService* service : {&tpxprov, &tpxprovUser, &cfSwl, &base})
             ASSERT_TRUE(service->Start());
         EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
-        for (const wchar_t* name : {L"TPXPROV", L"TPXPROVUSER", L"cfSwl", L"HWA_SWL4"})
+        for (const wchar_t* name : names)
             EXPECT_EQ(ServiceState(name), static_cast<DWORD>(SERVICE_STOPPED)) << Narrow(name);
     }
-    EXPECT_EQ(m_session.LogLines(),
-              Lines({L"RemoveServices()", L"RemoveServices : removing TPXPROV service",
-                     L"RemoveServices: Service removal succesful for 'tpxprov'",
-                     L"RemoveServices : removing TPXPROVUSER service",
-                     L"RemoveServices: Service removal succesful for 'tpxprovuser'",
-                     L"RemoveServices : removing cfSwl service", L"RemoveServices: Service removal succesful for 'cfSwl'",
-                     L"RemoveServices : removing hwa_swl4 service",
-                     L"RemoveServices: Service removal succesful for 'hwa_swl4'", L"RemoveServices() - Exit"}));
-    EXPECT_EQ(ProgressTexts(m_session), Lines({L"Removing system service", L"Removing user service",
-                                               L"Removing cfSwl service", L"Removing hwa_swl service", L""}));
-    // Deleted once the test's own handles are closed.
-    for (const wchar_t* name : {L"TPXPROV", L"TPXPROVUSER", L"cfSwl", L"HWA_SWL4"})
+    for (const wchar_t* name : names) // deleted once the test's own handles are closed
         EXPECT_FALSE(ServiceExists(name)) << Narrow(name);
+    EXPECT_FALSE(FileExists(kInstallSummaryPath));
+    EXPECT_TRUE(FileExists(kSummaryFolder + L"SWLInstallSummary.txt"));
+    EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
+
+    const Lines removing = {L"RemoveServices()", L"RemoveServices : removing TPXPROV service"};
+    const Lines removed = {L"RemoveServices: Service removal succesful for 'tpxprov'",
+        L"RemoveServices : removing TPXPROVUSER service", L"RemoveServices: Service removal succesful for 'tpxprovuser'",
+        L"RemoveServices : removing cfSwl service", L"RemoveServices: Service removal succesful for 'cfSwl'",
+        L"RemoveServices : removing hwa_swl4 service", L"RemoveServices: Service removal succesful for 'hwa_swl4'",
+        L"RemoveServices() - Exit"};
+    const Lines missing = {L"RemoveServices: Service 'TPXPROV' does not exist",
+        L"RemoveServices : removing TPXPROVUSER service", L"Service 'TPXPROVUSER' does not exist",
+        L"RemoveServices : removing cfSwl service", L"Service 'cfSwl' does not exist",
+        L"RemoveServices : removing hwa_swl4 service", L"Service 'hwa_swl4' does not exist", L"RemoveServices() - Exit"};
+    EXPECT_EQ(m_session.LogLines(), removing + removed + removing + missing);
+    const Lines progress = {L"Removing system service", L"Removing user service", L"Removing cfSwl service",
+                            L"Removing hwa_swl service"}, empty = {L""};
+    EXPECT_EQ(m_session.ActionStartTexts(), progress + empty + progress);
 }
 
 // A service already marked for deletion (running and refusing to stop, so the manager keeps it)
@@ -188,8 +171,7 @@ TEST_F(RemoveServicesTest, ServiceThatCannotBeDeletedFailsTheActionUnlessItIsThe
         ASSERT_TRUE(marked.Start() && DeleteService(marked.service.get()));
         m_session.ClearRecords();
         EXPECT_EQ(RemoveServices(m_session.handle()), c.result) << Narrow(c.name);
-        const Lines lines = m_session.LogLines();
-        EXPECT_NE(std::find(lines.begin(), lines.end(), c.line), lines.end()) << Narrow(c.line);
+        EXPECT_TRUE(m_session.Logged(c.line)) << Narrow(c.line);
     }
 }
 
@@ -219,53 +201,4 @@ TEST(RestartServicesTest, ReadsEveryHelperResultReversed)
                      L"Service stop succesful for 'tpxprovuser'", missing, L"Service stop succesful for 'tpxprov'",
                      L"Service start succesful for 'cfSwl'", L"Service start succesful for 'tpxprov'",
                      L"Service start succesful for 'tpxprovuser'", L"RestartServices() - Exit"}));
-}
-
-namespace
-{
-struct IsRebootRequiredTest : ::testing::Test
-{
-    PlantedFiles m_files;
-    TestSession m_session;
-    const std::wstring m_remnant = kDrivers + L"TpxProv.sys";
-};
-} // namespace
-
-// A pending stop anywhere in the list, the base driver last, needs a reboot; the files are then left alone.
-TEST_F(IsRebootRequiredTest, StopPendingServiceRequiresARebootWithoutTouchingFiles)
-{
-    ASSERT_TRUE(m_files.Add(m_remnant));
-    for (const wchar_t* name : {L"TPXPROV", L"HWA_SWL4"})
-    {
-        TestService running(L"cfSwl", L""), pending(name, L"--stop=hang --stop-hint=60000");
-        ASSERT_TRUE(running.Start() && pending.StartAndLeaveStopPending());
-        m_session.ClearRecords();
-        EXPECT_TRUE(IsRebootRequired(m_session.handle())) << Narrow(name);
-        EXPECT_EQ(m_session.LogLines(),
-                  Lines({L"IsRebootRequired()", L"IsRebootRequired : one or more services are PENDING, reboot required",
-                         L"IsRebootRequired: Exit"}));
-        EXPECT_TRUE(FileExists(m_remnant));
-    }
-}
-
-TEST_F(IsRebootRequiredTest, WithoutPendingServicesTheRemnantCleanupDecides)
-{
-    TraceCapture trace;
-    TestService running(L"TPXPROV", L"");
-    ASSERT_TRUE(running.Start() && m_files.Add(m_remnant));
-    EXPECT_FALSE(IsRebootRequired(m_session.handle()));
-    EXPECT_FALSE(FileExists(m_remnant));
-    EXPECT_EQ(m_session.LogLines(),
-              Lines({L"IsRebootRequired()", L"All remnant files deleted.", L"IsRebootRequired: Exit"}));
-    EXPECT_TRUE(trace.Printed(L"EXIT:  IsRebootRequired, bReturn=false")) << trace.Dump();
-
-    ASSERT_TRUE(m_files.Add(m_remnant));
-    const UniqueFileHandle locked(
-        CreateFileW(m_remnant.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    m_session.ClearRecords();
-    EXPECT_TRUE(IsRebootRequired(m_session.handle()));
-    const Lines lines = m_session.LogLines();
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[3], L"IsRebootRequired : not all files could be removed, reboot required");
-    EXPECT_EQ(lines[4], L"IsRebootRequired: Exit");
 }
