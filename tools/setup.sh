@@ -25,6 +25,8 @@ cmake                        cmake
 ctest                        cmake
 ninja                        ninja-build
 xvfb-run                     xvfb
+xdotool                      xdotool
+import                       imagemagick
 python3                      python3
 flock                        util-linux
 "

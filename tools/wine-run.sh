@@ -17,6 +17,11 @@ if [ -f "$WINEPREFIX/heap-check.txt" ]; then
   "$here/wine-prefix.sh" heap-check "$WINEPREFIX" "$1" || exit 2
 fi
 
+# newdev.dll and cfgmgr32.dll native first: a test that puts the doubles on the
+# search path (DllDoubles) gets them; otherwise the system32 placeholders make
+# Wine load its own.
+export WINEDLLOVERRIDES="$WINEDLLOVERRIDES;newdev,cfgmgr32=n,b"
+
 errors=$(mktemp "${TMPDIR:-/tmp}/wine-run.XXXXXX")
 trap 'rm -f "$errors"' EXIT
 # A file, not a pipe: Wine's service processes may inherit it and outlive the program.

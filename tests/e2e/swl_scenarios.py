@@ -10,7 +10,7 @@ whose Wine output an "err:heap" line appears has failed.
 The last line is exactly "N passed, M failed"; the exit code is 1 when M > 0.
 """
 
-import argparse, concurrent.futures, fnmatch, os, re, runpy, shutil, subprocess, sys, uuid
+import argparse, concurrent.futures, fnmatch, json, os, re, runpy, shutil, subprocess, sys, uuid
 from dataclasses import dataclass, field
 from pathlib import Path
 from xml.sax.saxutils import escape, quoteattr
@@ -32,6 +32,60 @@ class Scenario:
     binaries: dict = field(default_factory=dict)     # extra Binary rows {name: bytes}
     properties: dict = field(default_factory=dict)
     product_key: bool = True   # the Registry table creates PRODUCT_KEY\InstallDir
+    # A message box to answer as a person would: (part of its caption, key to press). Such a scenario runs
+    # with basic UI (/qb) on the X display of --ui (xvfb-run) only; the box is read and photographed first.
+    answer: tuple = ()
+    machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
+    doubles: dict = field(default_factory=dict)   # {"newdev"|"cfgmgr32": {outcome value: int}}: the test
+                                                  # doubles stand in for Wine's DLLs in msiexec (see DOUBLES_KEY)
+    dll: str = ""      # the custom-action DLL, if not the one under test: a path with {build}
+
+
+MACHINES = HERE.parent / "machines"
+ENUM_PCI = r"HKLM\SYSTEM\CurrentControlSet\Enum\PCI"
+SYSTEM_CLASS = "{4d36e97d-e325-11ce-bfc1-08002be10318}"
+# Outcomes the doubles read and the calls they record (Calls\0001, ...): tests/doubles/*.cpp.
+DOUBLES_KEY = r"HKLM\SOFTWARE\SWLTest\Doubles"
+REG_TYPES = {"REG_SZ": 1, "REG_EXPAND_SZ": 2, "REG_BINARY": 3, "REG_DWORD": 4, "REG_MULTI_SZ": 7}
+
+
+class Raw:
+    """A registry value of any type for a .reg file: REG_* number and its bytes."""
+    def __init__(self, type, data):
+        self.type, self.data = type, data
+
+
+def multi_sz(strings):
+    return Raw(7, "".join(s + "\0" for s in strings).encode("utf-16-le") + b"\0\0")
+
+
+def typed(value):
+    """A profile's value: text is REG_SZ, a number REG_DWORD, {"type": "REG_...", "value": ...} the type named."""
+    if not isinstance(value, dict):
+        return value
+    kind, data = REG_TYPES[value["type"]], value["value"]
+    return (multi_sz(data) if kind == 7 else Raw(kind, bytes.fromhex(data)) if kind == 3 else
+            data if kind == 4 else Raw(kind, (data + "\0").encode("utf-16-le")))
+
+
+def machine_registry(name):
+    """(windows version, {key: {name: value}}) of tests/machines/NAME.json, written as SimulatedMachine
+    (tests/support) writes it; tests/machines/README.md describes the layout."""
+    profile, keys = json.loads((MACHINES / (name + ".json")).read_text()), {}
+    for d in profile["devices"]:
+        spell = (lambda id: id.lower()) if d.get("lowerCase") else (lambda id: id)
+        ven_dev, subsys, rev = "VEN_%s&DEV_%s" % (d["vendor"], d["device"]), "&SUBSYS_" + d["subsystem"], "&REV_" + d["revision"]
+        for instance in d["instances"]:
+            key = "%s\\%s\\%s" % (ENUM_PCI, spell(ven_dev + subsys + rev), instance)
+            keys[key] = {
+                "HardwareID": multi_sz([spell("PCI\\" + ven_dev + subsys + rev), spell("PCI\\" + ven_dev + subsys)]),
+                "CompatibleIDs": multi_sz([spell("PCI\\" + ven_dev + rev), spell("PCI\\" + ven_dev)]),
+                "ClassGUID": SYSTEM_CLASS, "DeviceDesc": d.get("description", "PCI device")}
+            if "servicesNeeded" in d:
+                keys[key + r"\Device Parameters\General"] = {"ServicesNeeded": typed(d["servicesNeeded"])}
+            if "sriov" in d:
+                keys[key + r"\Device Parameters\Sriov"] = {n: typed(v) for n, v in d["sriov"].items()}
+    return profile.get("windows", ""), keys
 
 
 ENDED = re.compile(r"Action ended [0-9:]+: (.+?)\. Return value (-?\d+)\.")
@@ -76,6 +130,7 @@ class Context:
     def __init__(self, prefix, vars, actions):
         self.prefix, self.vars, self.actions = prefix, vars, actions
         self.logs, self.codes, self.hklm, self.last = {}, {}, {}, ""
+        self.box = {}   # the answered message box: {"caption": str, "text": [str], "picture": Path}
 
     def fmt(self, text):  # puts in {product_code} and {version}; GUID braces stay
         return re.sub(r"\{(\w+)\}", lambda m: self.vars.get(m[1], m[0]), text)
@@ -127,6 +182,12 @@ def reg(c, run, key, name, want):  # str is REG_SZ, int REG_DWORD, re.Pattern a 
     return None if ok else "%s\\%s = %r, expected %r" % (c.fmt(key), name, got, want)
 
 
+@check
+def box_shown(c, run, caption, text):  # the message box had exactly this caption and text
+    got = (c.box.get("caption"), c.box.get("text"))
+    return None if got == (caption, [text]) else "message box %r, expected %r" % (got, (caption, [text]))
+
+
 not_logged = check(lambda c, run, line: "logged %r" % line if line in c.log(run).ours else None)
 no_key = check(lambda c, run, key: "%s exists" % c.fmt(key) if c.key(key, run) is not None else None)
 exit_code = check(lambda c, run, code: None if c.codes[run] == code & 0xFF else  # Linux gets the low 8 bits: 1603 is 67
@@ -169,10 +230,10 @@ def rename_export(data, name):
     raise ValueError("no same-length name keeps the export table sorted")
 
 
-def build_package(s, work, dll, variant):
+def build_package(s, work, build, dll, variant):
     """Builds s.package with wixl; variant breaks the DLL: missing (no Binary row), unloadable, rename=X,
     overflow=DLL (a copy of the DLL that damages the heap when it loads)."""
-    data = dll.read_bytes()
+    data = Path(s.dll.format(build=build)).read_bytes() if s.dll else dll.read_bytes()
     if variant and variant.startswith("overflow="):
         data = Path(variant[9:]).read_bytes()
     elif variant == "unloadable":
@@ -218,18 +279,56 @@ def sh(cmd, work, prefix, timeout=300):
                               stdout=out, stderr=subprocess.STDOUT, timeout=timeout).returncode
 
 
-def prepare_prefix(s, work, prefix):
+def reg_line(name, value):
+    """One value of a UTF-16 .reg file: str is REG_SZ, int REG_DWORD, Raw any type (hex(7) holds UTF-16)."""
+    name = '"%s"' % name.replace("\\", "\\\\").replace('"', '\\"')
+    if isinstance(value, str):
+        return '%s="%s"' % (name, value.replace("\\", "\\\\").replace('"', '\\"'))
+    if isinstance(value, int):
+        return "%s=dword:%08x" % (name, value)
+    return "%s=%s:%s" % (name, "hex" if value.type == 3 else "hex(%x)" % value.type,
+                         ",".join("%02x" % b for b in value.data))
+
+
+def prepare_prefix(s, work, prefix, build):
+    """A fresh prefix with the scenario's Windows version, machine, doubles and registry values."""
     if sh([PREFIX_TOOL, "create", str(prefix), "msiexec.exe"], work, prefix, 600):
         raise RuntimeError("cannot create the Wine prefix (see wine.txt)")
-    keys = {**s.registry, **({r"HKEY_CURRENT_USER\Software\Wine": {"Version": s.windows}} if s.windows else {})}
+    windows, keys = machine_registry(s.machine) if s.machine else ("", {})
+    windows = s.windows or windows
+    for name, outcome in s.doubles.items():
+        # msiexec looks in its own folder, system32, first: the double replaces Wine's placeholder there,
+        # and the override makes Wine load that file instead of its own DLL, in msiexec only.
+        shutil.copy(build / "test-doubles" / (name + ".dll"), prefix / "drive_c/windows/system32" / (name + ".dll"))
+        keys.setdefault(r"HKEY_CURRENT_USER\Software\Wine\AppDefaults\msiexec.exe\DllOverrides", {})[name] = "native"
+        keys["%s\\%s" % (DOUBLES_KEY, name)] = dict(outcome)
+    keys.update(s.registry)
+    if windows:
+        keys[r"HKEY_CURRENT_USER\Software\Wine"] = {"Version": windows}
     if keys:
         lines = ["Windows Registry Editor Version 5.00"]
         for key, values in keys.items():
             lines += ["", "[%s]" % key.replace("HKLM", "HKEY_LOCAL_MACHINE", 1)]
-            lines += ['"%s"="%s"' % (n, v.replace("\\", "\\\\")) for n, v in values.items()]
+            lines += [reg_line(n, v) for n, v in values.items()]
         (work / "prepare.reg").write_bytes(b"\xff\xfe" + ("\r\n".join(lines) + "\r\n").encode("utf-16-le"))
         if sh(["wine", "reg", "import", "prepare.reg"], work, prefix, 120):
             raise RuntimeError("wine reg import failed (see wine.txt)")
+
+
+def answer_box(s, args, work, prefix, c):
+    """Waits for the scenario's message box, reads its caption and text (a Windows helper in the same prefix),
+    keeps a picture of it and presses the answer's key, as a person at the screen would."""
+    part, key = s.answer
+    out = subprocess.run(["wine", str(args.build / "bin/read_message_box.exe"), part], cwd=work, timeout=120,
+                         env=dict(ENV, WINEPREFIX=str(prefix)), stdin=subprocess.DEVNULL, capture_output=True)
+    lines = out.stdout.decode("utf-8", "replace").replace("\r", "").splitlines()
+    c.box = {"caption": next((l[9:] for l in lines if l.startswith("caption: ")), None),
+             "text": [l[6:].replace("\\r", "\r").replace("\\n", "\n") for l in lines if l.startswith("text: ")]}
+    windows = subprocess.run(["xdotool", "search", "--name", part], capture_output=True, text=True).stdout.split()
+    if windows:
+        c.box["picture"] = work / "message-box.png"
+        subprocess.run(["import", "-window", windows[0], str(c.box["picture"])], timeout=60)
+    subprocess.run(["xdotool", "key", key], timeout=60)
 
 
 def run_scenario(s, args, variant):
@@ -245,17 +344,25 @@ def run_scenario(s, args, variant):
         prebuilt = isinstance(s.package, str)
         if prebuilt and variant:
             raise ValueError("--break-dll needs a package built by the runner")
-        msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.dll, variant)
+        msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.build, args.dll, variant)
         props = dict(row[:2] for row in msi_table(msi, "Property"))
         actions = msi_table(msi, "CustomAction")
-        problems += ["SWLLib.def does not export " + a[3] for a in actions if a[3] not in exports()]  # Wine: success
+        problems += ["SWLLib.def does not export " + a[3] for a in actions
+                     if a[3] not in exports() and not s.dll]  # Wine: success
         c = Context(prefix, {"product_code": props["ProductCode"], "version": props["ProductVersion"]},
                     [a[0] for a in actions])
-        prepare_prefix(s, work, prefix)
+        prepare_prefix(s, work, prefix, args.build)
         for name, arguments in s.runs:
             mode, *extra = arguments.split()
-            command = ["wine", "msiexec", mode, str(msi), "/qn", "/l*v", name + ".log"] + extra
-            c.codes[name] = sh(command, work, prefix)
+            command = ["wine", "msiexec", mode, str(msi), "/qb" if s.answer else "/qn", "/l*v", name + ".log"] + extra
+            if s.answer:
+                with open(work / "wine.txt", "ab") as out:
+                    msiexec = subprocess.Popen(command, cwd=work, env=dict(ENV, WINEPREFIX=str(prefix)),
+                                               stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
+                answer_box(s, args, work, prefix, c)
+                c.codes[name] = msiexec.wait(timeout=300)
+            else:
+                c.codes[name] = sh(command, work, prefix)
             if not (work / (name + ".log")).exists():
                 # Wine itself failed to start msiexec (seen once on a loaded machine): one more try.
                 print("RETRY %s: %s wrote no log (exit code %d)" % (label, name, c.codes[name]), flush=True)
@@ -297,6 +404,8 @@ def main():
     ap.add_argument("--workdir", type=Path, help="packages, logs and prefixes (default BUILD/e2e)")
     ap.add_argument("--break-dll", action="append", default=[], metavar="VARIANT")
     ap.add_argument("--expect-fail", action="store_true")
+    ap.add_argument("--ui", action="store_true", help="run the scenarios that answer a message box (needs a "
+                    "display, e.g. xvfb-run), and only those")
     ap.add_argument("names", nargs="*", help="scenario names or glob patterns (default: all)")
     args = ap.parse_args()
     args.build, args.dll, args.workdir = (p.resolve() for p in (
@@ -304,10 +413,15 @@ def main():
 
     sys.modules.setdefault("swl_scenarios", sys.modules[__name__])
     scenarios = [s for p in sorted((HERE / "scenarios").glob("*.py")) for s in runpy.run_path(str(p))["SCENARIOS"]]
+    if args.ui and not os.environ.get("DISPLAY"):
+        ap.error("--ui needs an X display: run under xvfb-run")
+    if args.ui:   # Wine's windows must reach the display, also those of the prefix's first process
+        ENV.update(DISPLAY=os.environ["DISPLAY"], SWL_KEEP_DISPLAY="1")
     jobs = [(s, v) for s in scenarios for v in args.break_dll or [None]
-            if not args.names or any(fnmatch.fnmatchcase(s.name, n) for n in args.names)]
+            if bool(s.answer) == args.ui and (not args.names or any(fnmatch.fnmatchcase(s.name, n) for n in args.names))]
     passed = failed = 0
-    with concurrent.futures.ThreadPoolExecutor(min(4, os.cpu_count() or 1)) as pool:
+    # One message box at a time on the display: a key press goes to whichever box has the focus.
+    with concurrent.futures.ThreadPoolExecutor(1 if args.ui else min(4, os.cpu_count() or 1)) as pool:
         for future in concurrent.futures.as_completed([pool.submit(run_scenario, s, args, v) for s, v in jobs]):
             label, status, problems = future.result()
             ok = status == ("failed" if args.expect_fail else "passed")
