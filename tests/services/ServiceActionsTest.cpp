@@ -4,6 +4,8 @@
 #include "Services/ServiceActions.h"
 #include "Payload/InstallSummary.h"
 #include "PlantedFiles.h"
+#include "Services/ServiceControl.h"
+#include "TestFolders.h"
 #include "TestRegistry.h"
 #include "TestService.h"
 #include "TestSession.h"
@@ -16,6 +18,13 @@ using Lines = std::vector<std::wstring>;
 const wchar_t* const kProduct = L"SOFTWARE\\CORVANE\\SWL";
 const std::wstring kDrivers = L"C:\\windows\\system32\\drivers\\";
 const std::wstring kSummaryFolder = L"C:\\Program Files\\Corvane\\Corvane(R) Swiftlane Technology\\";
+
+std::wstring BesideTheTest(const std::wstring& name)
+{
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return std::wstring(path, wcsrchr(path, L'\\') + 1) + name;
+}
 
 // Stops and deletes the named services at the end, whoever created them.
 struct ServiceCleanup
@@ -47,9 +56,16 @@ struct AddServicesTest : ::testing::Test
         m_session.ClearRecords();
         return AddServices(m_session.handle());
     }
+    static DWORD Sessions()
+    {
+        DWORD value = 0, bytes = sizeof(value);
+        RegGetValueW(HKEY_LOCAL_MACHINE, kCfSwlParametersKey, L"PreAllocatedMemorySessions", RRF_RT_REG_DWORD, nullptr,
+                     &value, &bytes);
+        return value;
+    }
     ProductKeyGuard m_key;
     PlantedFiles m_files;
-    ServiceCleanup m_services{{L"cfSwl", L"TPXPROV", L"TPXPROVUSER"}};
+    ServiceCleanup m_services{{L"cfSwl", L"TPXPROV", L"TPXPROVUSER", L"HWA_SWL4"}}; // before the files go
     TestSession m_session;
 };
 } // namespace
@@ -85,31 +101,47 @@ TEST_F(AddServicesTest, ServiceThatCannotBeAddedFailsTheActionButTheOthersAreSti
     EXPECT_EQ(summary.find("earlier install"), std::string::npos);
 }
 
-// A file that is not a driver image: the service is added, its parameters written, its start fails.
-// A second run finds the service there: nothing of it is touched again.
-TEST_F(AddServicesTest, AddedServiceGetsItsParametersEvenWhenItCannotStart)
+// The services as real kernel drivers: the stand-in driver image under each file name. A second
+// run finds cfSwl there and touches nothing of it; RemoveServices then takes all four away, and
+// the base driver's stop result (0) becomes the text of a second progress message (empty).
+TEST_F(AddServicesTest, ServicesStartAsKernelDriversAndAreRemovedAgain)
 {
-    ASSERT_TRUE(m_files.Add(kDrivers + L"cfswl.sys", "not a driver"));
-    const auto sessions = [] {
-        DWORD value = 0, bytes = sizeof(value);
-        RegGetValueW(HKEY_LOCAL_MACHINE, kCfSwlParametersKey, L"PreAllocatedMemorySessions", RRF_RT_REG_DWORD,
-                     nullptr, &value, &bytes);
-        return value;
-    };
-    EXPECT_EQ(Run(L"1 "), 31u);
+    for (const std::wstring name : {L"cfswl.sys", L"tpxprov.sys", L"tpxprovuser.sys"})
+        ASSERT_TRUE(m_files.Add(kDrivers + name, ReadFileBytes(BesideTheTest(name))));
+    ASSERT_TRUE(m_files.Add(kDrivers + L"hwa_swl4.sys", ReadFileBytes(TestFolder("SWL_TEST_DRIVERS") + L"\\hwa_swl4.sys")));
+    EXPECT_EQ(Run(L"1"), 0u);
     EXPECT_EQ(m_session.LogLines(),
-              Lines({L"AddServices()", L"Service start failed for 'cfSwl'",
-                     L"Crypto is not supported, crypto services will not be installed.", L"AddServices() - Exit"}));
-    EXPECT_TRUE(ServiceExists(L"cfSwl"));
-    EXPECT_EQ(sessions(), 4u);
+              Lines({L"AddServices()", L"Service start succesful for 'cfSwl'",
+                     L"INSTALLCRYPTO=1, adding and starting crypto services.", L"Service start succesful for 'tpxprov'",
+                     L"Service start succesful for 'tpxprovuser'", L"AddServices() - Exit"}));
+    for (const wchar_t* name : {L"cfSwl", L"TPXPROV", L"TPXPROVUSER"})
+        EXPECT_EQ(ServiceState(name), static_cast<DWORD>(SERVICE_RUNNING)) << Narrow(name);
+    EXPECT_EQ(Sessions(), 4u);
+    EXPECT_NE(ReadFileBytes(kInstallSummaryPath).find("SWL Crypto Service: Successfully Installed"), std::string::npos);
 
     ASSERT_TRUE(testreg::SetDword(kCfSwlParametersKey, L"PreAllocatedMemorySessions", 9));
     EXPECT_EQ(Run(L"true"), 31u);
     EXPECT_EQ(m_session.LogLines(),
               Lines({L"AddServices()", L"Service add failed for 'cfSwl'",
                      L"Crypto is not supported, crypto services will not be installed.", L"AddServices() - Exit"}));
-    EXPECT_EQ(sessions(), 9u);
-    EXPECT_FALSE(ServiceExists(L"TPXPROV"));
+    EXPECT_EQ(Sessions(), 9u);
+
+    ASSERT_EQ(AddService(L"HWA_SWL4", L"HWA_SWL4", (kDrivers + L"hwa_swl4.sys").c_str(), 1), 0u);
+    ASSERT_EQ(STARTService(L"HWA_SWL4"), 0u);
+    m_session.ClearRecords();
+    EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
+    for (const wchar_t* name : {L"cfSwl", L"TPXPROV", L"TPXPROVUSER", L"HWA_SWL4"})
+        EXPECT_FALSE(ServiceExists(name)) << Narrow(name);
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"RemoveServices()", L"RemoveServices : removing TPXPROV service",
+                     L"RemoveServices: Service removal succesful for 'tpxprov'",
+                     L"RemoveServices : removing TPXPROVUSER service",
+                     L"RemoveServices: Service removal succesful for 'tpxprovuser'",
+                     L"RemoveServices : removing cfSwl service", L"RemoveServices: Service removal succesful for 'cfSwl'",
+                     L"RemoveServices : removing hwa_swl4 service",
+                     L"RemoveServices: Service removal succesful for 'hwa_swl4'", L"RemoveServices() - Exit"}));
+    EXPECT_EQ(m_session.ActionStartTexts(), Lines({L"Removing system service", L"Removing user service",
+                                                   L"Removing cfSwl service", L"Removing hwa_swl service", L""}));
 }
 
 namespace
@@ -121,40 +153,20 @@ struct RemoveServicesTest : ::testing::Test
 };
 } // namespace
 
-// The base driver's stop result (0) becomes the text of a second progress message: string 0 is
-// empty. A second run finds none of the services.
-TEST_F(RemoveServicesTest, RemovesWhicheverServicesExistAndTheSummary)
+TEST_F(RemoveServicesTest, WithNoServicesEachIsReportedMissingAndTheSummaryIsDeleted)
 {
     ASSERT_TRUE(m_files.Add(kInstallSummaryPath) && m_files.Add(kSummaryFolder + L"SWLInstallSummary.txt"));
-    const wchar_t* const names[] = {L"TPXPROV", L"TPXPROVUSER", L"cfSwl", L"HWA_SWL4"};
-    {
-        TestService tpxprov(names[0], L""), tpxprovUser(names[1], L""), cfSwl(names[2], L""), base(names[3], L"");
-        for (TestService* service : {&tpxprov, &tpxprovUser, &cfSwl, &base})
-            ASSERT_TRUE(service->Start());
-        EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
-        for (const wchar_t* name : names)
-            EXPECT_EQ(ServiceState(name), static_cast<DWORD>(SERVICE_STOPPED)) << Narrow(name);
-    }
-    for (const wchar_t* name : names) // deleted once the test's own handles are closed
-        EXPECT_FALSE(ServiceExists(name)) << Narrow(name);
+    EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
+    EXPECT_EQ(m_session.LogLines(),
+              Lines({L"RemoveServices()", L"RemoveServices : removing TPXPROV service",
+                     L"RemoveServices: Service 'TPXPROV' does not exist", L"RemoveServices : removing TPXPROVUSER service",
+                     L"Service 'TPXPROVUSER' does not exist", L"RemoveServices : removing cfSwl service",
+                     L"Service 'cfSwl' does not exist", L"RemoveServices : removing hwa_swl4 service",
+                     L"Service 'hwa_swl4' does not exist", L"RemoveServices() - Exit"}));
+    EXPECT_EQ(m_session.ActionStartTexts(), Lines({L"Removing system service", L"Removing user service",
+                                                   L"Removing cfSwl service", L"Removing hwa_swl service"}));
     EXPECT_FALSE(FileExists(kInstallSummaryPath));
     EXPECT_TRUE(FileExists(kSummaryFolder + L"SWLInstallSummary.txt"));
-    EXPECT_EQ(RemoveServices(m_session.handle()), 0u);
-
-    const Lines removing = {L"RemoveServices()", L"RemoveServices : removing TPXPROV service"};
-    const Lines removed = {L"RemoveServices: Service removal succesful for 'tpxprov'",
-        L"RemoveServices : removing TPXPROVUSER service", L"RemoveServices: Service removal succesful for 'tpxprovuser'",
-        L"RemoveServices : removing cfSwl service", L"RemoveServices: Service removal succesful for 'cfSwl'",
-        L"RemoveServices : removing hwa_swl4 service", L"RemoveServices: Service removal succesful for 'hwa_swl4'",
-        L"RemoveServices() - Exit"};
-    const Lines missing = {L"RemoveServices: Service 'TPXPROV' does not exist",
-        L"RemoveServices : removing TPXPROVUSER service", L"Service 'TPXPROVUSER' does not exist",
-        L"RemoveServices : removing cfSwl service", L"Service 'cfSwl' does not exist",
-        L"RemoveServices : removing hwa_swl4 service", L"Service 'hwa_swl4' does not exist", L"RemoveServices() - Exit"};
-    EXPECT_EQ(m_session.LogLines(), removing + removed + removing + missing);
-    const Lines progress = {L"Removing system service", L"Removing user service", L"Removing cfSwl service",
-                            L"Removing hwa_swl service"}, empty = {L""};
-    EXPECT_EQ(m_session.ActionStartTexts(), progress + empty + progress);
 }
 
 // A service already marked for deletion (running and refusing to stop, so the manager keeps it)
