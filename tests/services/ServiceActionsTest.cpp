@@ -120,7 +120,7 @@ TEST_F(AddServicesTest, ServicesStartAsKernelDriversAndAreRemovedAgain)
     EXPECT_NE(ReadFileBytes(kInstallSummaryPath).find("SWL Crypto Service: Successfully Installed"), std::string::npos);
 
     ASSERT_TRUE(testreg::SetDword(kCfSwlParametersKey, L"PreAllocatedMemorySessions", 9));
-    EXPECT_EQ(Run(L"true"), 31u);
+    EXPECT_EQ(Run(L"1 "), 31u);
     EXPECT_EQ(m_session.LogLines(),
               Lines({L"AddServices()", L"Service add failed for 'cfSwl'",
                      L"Crypto is not supported, crypto services will not be installed.", L"AddServices() - Exit"}));
