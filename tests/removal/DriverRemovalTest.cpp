@@ -42,6 +42,7 @@ TEST_F(RemoveDriversTest, RemovesTheRecordedPackageAndDriverFileAndNothingElse)
     Record(kDeviceId, L"oem3.inf");
     Record(L"hwa_swl4.sys", kDrivers + L"hwa_swl4.sys");
     Record(L"swl.cat", kDrivers + L"swl.cat"); // neither a package nor a driver
+    Record(L"tpxprov.sys", kDrivers + L"tpxprov.sys"); // not there
     const Lines bystanders = {kInf + L"oem4.inf", kDrivers + L"hwa_swl5.sys", kDrivers + L"swl.cat"};
     for (const auto& file : Lines{kInf + L"oem3.inf", kDrivers + L"hwa_swl4.sys"} + bystanders)
         ASSERT_TRUE(m_files.Add(file));
@@ -51,7 +52,7 @@ TEST_F(RemoveDriversTest, RemovesTheRecordedPackageAndDriverFileAndNothingElse)
     EXPECT_EQ(m_session.LogLines(),
               Walked({L"found file " + kLowered + L"hwa_swl4.sys", L"delete file " + kLowered + L"hwa_swl4.sys",
                       L"found file oem3.inf", L"SetupUninstallOEMInf() succeeds oem3.inf",
-                      L"found file " + kLowered + L"swl.cat"}));
+                      L"found file " + kLowered + L"swl.cat", L"found file " + kLowered + L"tpxprov.sys"}));
     EXPECT_FALSE(FileExists(kInf + L"oem3.inf") || FileExists(kDrivers + L"hwa_swl4.sys"));
     for (const auto& file : bystanders)
         EXPECT_TRUE(FileExists(file)) << Narrow(file);
