@@ -2,6 +2,7 @@
 #include "Removal/RebootGuards.h"
 #include "KesRegKey.h"
 #include "KesTrace.h"
+#include "Services/CryptoProvider.h"
 #include "Services/ServiceActions.h"
 #include "Session/CustomAction.h"
 #include "Session/Session.h"
@@ -44,7 +45,7 @@ SWL_CUSTOM_ACTION(RequestReboot)
         if (!product.Open(HKEY_LOCAL_MACHINE, kProductKey, false))
         {
             // Deliberately the crypto-provider actions' text.
-            LogToMSI(hInstall, L"Cannot locate required registry keys for plugin provider");
+            LogToMSI(hInstall, kPlugInProviderKeysMissing);
         }
         else
         {
