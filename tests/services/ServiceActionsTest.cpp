@@ -1,6 +1,6 @@
-// The service actions and the reboot test against Wine's real service control manager. The
-// product's services are played by swl_test_service installed under their names, or created by
-// AddServices itself as kernel drivers.
+// The service actions against Wine's real service control manager. The product's services are
+// played by swl_test_service installed under their names, or created by AddServices itself as
+// kernel drivers from the stand-in driver image. IsRebootRequired is tested with the guards.
 #include "Services/ServiceActions.h"
 #include "Payload/InstallSummary.h"
 #include "PlantedFiles.h"
@@ -9,7 +9,6 @@
 #include "TestRegistry.h"
 #include "TestService.h"
 #include "TestSession.h"
-#include "TraceCapture.h"
 #include <gtest/gtest.h>
 
 namespace
