@@ -13,6 +13,12 @@ if [ ${#benches[@]} -eq 0 ]; then
   exit 2
 fi
 
+# Simulated machines of 1, 100 and 1000 accelerator functions for device_enum_bench.
+machines="$build/bench-machines"
+mkdir -p "$machines"
+for n in 1 100 1000; do python3 "$here/../tests/machines/generate.py" "$n" >"$machines/machine-$n.json"; done
+export SWL_BENCH_MACHINES="Z:$(printf '%s' "$machines" | tr / '\\')"
+
 prefix="$build/wine-bench-prefix"
 "$here/wine-prefix.sh" create "$prefix"
 trap '"$here/wine-prefix.sh" destroy "$prefix"' EXIT

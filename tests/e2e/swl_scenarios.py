@@ -29,7 +29,7 @@ class Scenario:
     runs: list = field(default_factory=lambda: [("install", "/i")])   # (name, msiexec arguments)
     windows: str = ""  # HKCU\Software\Wine "Version"; the base prefix is Windows 7
     registry: dict = field(default_factory=dict)     # {key: {name: REG_SZ text}} set before the runs
-    binaries: dict = field(default_factory=dict)     # extra Binary rows {name: bytes}
+    binaries: dict = field(default_factory=dict)     # extra Binary rows {name: bytes, or a file path with {build}}
     properties: dict = field(default_factory=dict)
     product_key: bool = True   # the Registry table creates PRODUCT_KEY\InstallDir
     # A message box to answer as a person would: (part of its caption, key to press). Such a scenario runs
@@ -38,7 +38,6 @@ class Scenario:
     machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
     doubles: dict = field(default_factory=dict)   # {"newdev"|"cfgmgr32": {outcome value: int}}: the test
                                                   # doubles stand in for Wine's DLLs in msiexec (see DOUBLES_KEY)
-    dll: str = ""      # the custom-action DLL, if not the one under test: a path with {build}
 
 
 MACHINES = HERE.parent / "machines"
@@ -188,6 +187,21 @@ def box_shown(c, run, caption, text):  # the message box had exactly this captio
     return None if got == (caption, [text]) else "message box %r, expected %r" % (got, (caption, [text]))
 
 
+@check
+def prop(c, run, name, want):  # an Installer property at the end of the run; None: not set
+    got = c.log(run).props.get(name)
+    return None if got == want else "property %s = %r, expected %r" % (name, got, want)
+
+
+@check
+def file_is(c, run, windows_path, want):  # want: the file's bytes, a path with {build}, or None for no file
+    path = c.path(windows_path)
+    if isinstance(want, str):
+        want = Path(c.fmt(want)).read_bytes()
+    got = path.read_bytes() if path.is_file() else None
+    return None if got == want else "%s: %s" % (windows_path, "missing" if got is None else "other bytes")
+
+
 not_logged = check(lambda c, run, line: "logged %r" % line if line in c.log(run).ours else None)
 no_key = check(lambda c, run, key: "%s exists" % c.fmt(key) if c.key(key, run) is not None else None)
 exit_code = check(lambda c, run, code: None if c.codes[run] == code & 0xFF else  # Linux gets the low 8 bits: 1603 is 67
@@ -233,7 +247,7 @@ def rename_export(data, name):
 def build_package(s, work, build, dll, variant):
     """Builds s.package with wixl; variant breaks the DLL: missing (no Binary row), unloadable, rename=X,
     overflow=DLL (a copy of the DLL that damages the heap when it loads)."""
-    data = Path(s.dll.format(build=build)).read_bytes() if s.dll else dll.read_bytes()
+    data = dll.read_bytes()
     if variant and variant.startswith("overflow="):
         data = Path(variant[9:]).read_bytes()
     elif variant == "unloadable":
@@ -244,7 +258,8 @@ def build_package(s, work, build, dll, variant):
         raise ValueError("unknown --break-dll " + variant)
     binaries = dict(s.binaries) if variant == "missing" else {"SWLLib": data, **s.binaries}
     for i, data in enumerate(binaries.values()):
-        (work / ("bin%d.dat" % i)).write_bytes(data)
+        (work / ("bin%d.dat" % i)).write_bytes(data if isinstance(data, bytes) else
+                                               Path(data.format(build=build)).read_bytes())
     rows = ['<Binary Id=%s SourceFile="bin%d.dat"/>' % (quoteattr(name), i) for i, name in enumerate(binaries)]
     rows += ['<Property Id=%s Value=%s/>' % (quoteattr(k), quoteattr(v)) for k, v in s.properties.items()]
     rows += ['<CustomAction Id="%s" BinaryKey="SWLLib" DllEntry="%s" Return="check"/>' % (a[0], a[0])
@@ -347,9 +362,9 @@ def run_scenario(s, args, variant):
         msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.build, args.dll, variant)
         props = dict(row[:2] for row in msi_table(msi, "Property"))
         actions = msi_table(msi, "CustomAction")
-        problems += ["SWLLib.def does not export " + a[3] for a in actions
-                     if a[3] not in exports() and not s.dll]  # Wine: success
-        c = Context(prefix, {"product_code": props["ProductCode"], "version": props["ProductVersion"]},
+        problems += ["SWLLib.def does not export " + a[3] for a in actions if a[3] not in exports()]  # Wine: success
+        c = Context(prefix, {"product_code": props["ProductCode"], "version": props["ProductVersion"],
+                             "build": str(args.build)},
                     [a[0] for a in actions])
         prepare_prefix(s, work, prefix, args.build)
         for name, arguments in s.runs:
