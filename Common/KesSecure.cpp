@@ -60,6 +60,9 @@ void KesSecureInvalidParameterHandler(const wchar_t* expression, const wchar_t* 
 int KesSafeCopy(const wchar_t* sourceFile, int line, wchar_t* destination, size_t destinationSize,
                 const wchar_t* source)
 {
+    // Callers may still want the error of the call whose message they copy: the
+    // handler's look-ups (which fail under Wine) and the trace lines must not replace it.
+    const DWORD lastError = ::GetLastError();
     InstallInvalidParameterHandler();
 
     int result = wcscpy_s(destination, destinationSize, source);
@@ -76,5 +79,6 @@ int KesSafeCopy(const wchar_t* sourceFile, int line, wchar_t* destination, size_
     {
         g_Debug.Error(callerFile, line, L"KesSafeCopy ERROR: strDestination size 0, or too small");
     }
+    ::SetLastError(lastError);
     return result;
 }

@@ -5,6 +5,7 @@
 #include <cwchar>
 
 // wcscpy_s with the invalid-parameter handler below installed first; returns its errno_t.
+// The thread's last Win32 error is left as it was.
 int KesSafeCopy(const wchar_t* sourceFile, int line, wchar_t* destination, size_t destinationSize,
                 const wchar_t* source);
 

@@ -1,5 +1,6 @@
 // The service helpers against Wine's real service control manager, with swl_test_service as the service to control.
 #include "Services/ServiceControl.h"
+#include "TestService.h"
 #include "TestSession.h"
 #include "TraceCapture.h"
 #include "UniqueHandle.h"
@@ -8,32 +9,7 @@
 namespace
 {
 using Lines = std::vector<std::wstring>;
-const UniqueServiceHandle g_manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-
-// swl_test_service installed (not started) under name; released, awaited and deleted at the end.
-struct TestService
-{
-    TestService(const std::wstring& name, const std::wstring& arguments)
-        : release(CreateEventW(nullptr, TRUE, FALSE, (L"Global\\SWLTestServiceRelease_" + name).c_str()))
-    {
-        wchar_t command[MAX_PATH] = L"\"";
-        GetModuleFileNameW(nullptr, command + 1, MAX_PATH - 32);
-        wcscpy(wcsrchr(command, L'\\'), L"\\swl_test_service.exe\" ");
-        service.reset(CreateServiceW(g_manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
-                                     SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
-                                     (command + arguments).c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
-    }
-    ~TestService()
-    {
-        SERVICE_STATUS status = {};
-        SetEvent(release.get());
-        while (QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_STOPPED)
-            Sleep(50);
-        DeleteService(service.get());
-    }
-    UniqueKernelHandle release;
-    UniqueServiceHandle service;
-};
+const SC_HANDLE g_manager = TestServiceManager();
 
 struct ServiceControlTest : ::testing::Test { TestSession m_session; TraceCapture m_trace; };
 } // namespace
@@ -45,7 +21,7 @@ TEST_F(ServiceControlTest, AddedDriverHasTheDriverConfigurationAndIsGoneAfterRem
     QUERY_SERVICE_CONFIGW config[64] = {}; // the strings follow the fixed part
     DWORD needed = 0;
     ASSERT_TRUE(QueryServiceConfigW(
-        UniqueServiceHandle(OpenServiceW(g_manager.get(), L"SWLTestDriver", SERVICE_QUERY_CONFIG)).get(), config,
+        UniqueServiceHandle(OpenServiceW(g_manager, L"SWLTestDriver", SERVICE_QUERY_CONFIG)).get(), config,
         sizeof(config), &needed));
     EXPECT_EQ((std::vector<DWORD>{SERVICE_KERNEL_DRIVER, SERVICE_SYSTEM_START, SERVICE_ERROR_NORMAL}),
               (std::vector<DWORD>{config->dwServiceType, config->dwStartType, config->dwErrorControl}));

@@ -154,3 +154,17 @@ bool TestSession::Logged(const std::wstring& line) const
     const auto lines = LogLines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
+
+std::vector<std::wstring> TestSession::ActionStartTexts() const
+{
+    std::vector<std::wstring> texts;
+    for (const auto& record : RecordsOfType(INSTALLMESSAGE_ACTIONSTART))
+        texts.push_back(record.fields.size() > 2 ? record.fields[2] : L"");
+    return texts;
+}
+
+std::vector<std::wstring> operator+(std::vector<std::wstring> first, const std::vector<std::wstring>& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}

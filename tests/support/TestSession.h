@@ -44,6 +44,8 @@ public:
     std::vector<std::wstring> LogLines() const;
     bool Logged(const std::wstring& line) const;
     std::vector<CapturedRecord> RecordsOfType(UINT installMessage) const;
+    // The description (field 2) of every ACTIONSTART record: what the progress dialog showed.
+    std::vector<std::wstring> ActionStartTexts() const;
 
 private:
     std::wstring m_packagePath;
@@ -51,3 +53,5 @@ private:
 };
 
 std::string Narrow(const std::wstring& text); // printable text for assertion messages
+// Two lists of lines (expected log lines, paths), one after the other.
+std::vector<std::wstring> operator+(std::vector<std::wstring> first, const std::vector<std::wstring>& second);

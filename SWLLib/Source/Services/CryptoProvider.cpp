@@ -5,11 +5,12 @@
 #include "Session/CustomAction.h"
 #include "Session/Session.h"
 
+const wchar_t* const kPlugInProviderKeysMissing = L"Cannot locate required registry keys for plugin provider";
+
 namespace
 {
 const int kTicksPerWait = 250;
 const DWORD kWaitMs = 50;
-const wchar_t* const kMissingKeys = L"Cannot locate required registry keys for plugin provider";
 
 // "InstallDir" from the product key, opened for reading; false when the key or the value cannot be read.
 bool ReadInstallDir(CKesString& installDir)
@@ -51,7 +52,7 @@ SWL_CUSTOM_ACTION(RegisterPlugInProvider)
         CKesString installDir;
         if (!ReadInstallDir(installDir))
         {
-            LogToMSI(hInstall, kMissingKeys);
+            LogToMSI(hInstall, kPlugInProviderKeysMissing);
             return ERROR_GEN_FAILURE;
         }
         CKesString command = QuotedToolPath(installDir);
@@ -78,7 +79,7 @@ SWL_CUSTOM_ACTION(UnRegisterPlugInProvider)
         CKesString installDir;
         if (!ReadInstallDir(installDir))
         {
-            LogToMSI(hInstall, kMissingKeys);
+            LogToMSI(hInstall, kPlugInProviderKeysMissing);
             return ERROR_GEN_FAILURE;
         }
         CKesString command = QuotedToolPath(installDir);

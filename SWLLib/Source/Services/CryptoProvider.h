@@ -4,6 +4,10 @@
 #include <windows.h>
 #include <msi.h>
 
+// "Cannot locate required registry keys for plugin provider": logged when the
+// product key cannot be read; RequestReboot logs it too.
+extern const wchar_t* const kPlugInProviderKeysMissing;
+
 // Custom actions. Both need the string "InstallDir" under the product key and
 // fail with 31 before running anything without it. Only a tool that cannot be
 // started is a failure: the tool's exit code is not read.

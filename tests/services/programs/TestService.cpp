@@ -3,7 +3,8 @@
 //   --stop=pending|hang|refuse      answer a stop request with SERVICE_STOP_PENDING and stop after
 //                                   --stop-delay=N ms (pending) or never (hang), or stay running (refuse),
 //   --stop-hint=N                   with that wait hint; without --stop, a stop request stops it at once.
-// It always stops once "Global\SWLTestServiceRelease_<name>" is set, so a test can clean up.
+// It always stops once "Global\SWLTestServiceRelease_<name>" is set, so a test can clean up; until
+// then it can be stopped and started again.
 #include <windows.h>
 #include <cwchar>
 #include <string>
@@ -44,8 +45,8 @@ DWORD WINAPI Handler(DWORD control, DWORD, void*, void*)
         Report(SERVICE_RUNNING, Number(L"--stop-hint="));
     else if (Option(L"--stop="))
         Report(SERVICE_STOP_PENDING, Number(L"--stop-hint="), g_stopRequested);
-    else
-        Report(SERVICE_STOPPED, 0, g_release);
+    else // only this instance's event: the named release would also end the next start at once
+        Report(SERVICE_STOPPED, 0, g_stopRequested);
     return NO_ERROR;
 }
 
