@@ -26,6 +26,7 @@ pkgs[cmake]=cmake
 pkgs[ctest]=cmake
 pkgs[ninja]=ninja-build
 pkgs[xvfb-run]=xvfb
+pkgs[xauth]=xauth          # xvfb-run needs it; it is only a recommendation of xvfb
 pkgs[xdotool]=xdotool
 pkgs[import]=imagemagick
 pkgs[python3]=python3

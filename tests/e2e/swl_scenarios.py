@@ -35,6 +35,8 @@ class Scenario:
     # A message box to answer as a person would: (part of its caption, key to press). Such a scenario runs
     # with basic UI (/qb) on the X display of --ui (xvfb-run) only; the box is read and photographed first.
     answer: tuple = ()
+    files: dict = field(default_factory=dict)   # {C:\ path: bytes, or a file path with {build}} placed first
+    ignored: tuple = ()   # actions whose result the package ignores (Return="ignore"), e.g. one that answers 3010
     machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
     doubles: dict = field(default_factory=dict)   # {"newdev"|"cfgmgr32": {outcome value: int}}: the test
                                                   # doubles stand in for Wine's DLLs in msiexec (see DOUBLES_KEY)
@@ -130,6 +132,7 @@ class Context:
         self.prefix, self.vars, self.actions = prefix, vars, actions
         self.logs, self.codes, self.hklm, self.last = {}, {}, {}, ""
         self.box = {}   # the answered message box: {"caption": str, "text": [str], "picture": Path}
+        self.files = {}  # per run (and "before", the prepared prefix): every path under drive_c, lower case
 
     def fmt(self, text):  # puts in {product_code} and {version}; GUID braces stay
         return re.sub(r"\{(\w+)\}", lambda m: self.vars.get(m[1], m[0]), text)
@@ -262,7 +265,8 @@ def build_package(s, work, build, dll, variant):
                                                Path(data.format(build=build)).read_bytes())
     rows = ['<Binary Id=%s SourceFile="bin%d.dat"/>' % (quoteattr(name), i) for i, name in enumerate(binaries)]
     rows += ['<Property Id=%s Value=%s/>' % (quoteattr(k), quoteattr(v)) for k, v in s.properties.items()]
-    rows += ['<CustomAction Id="%s" BinaryKey="SWLLib" DllEntry="%s" Return="check"/>' % (a[0], a[0])
+    rows += ['<CustomAction Id="%s" BinaryKey="SWLLib" DllEntry="%s" Return="%s"/>'
+             % (a[0], a[0], "ignore" if a[0] in s.ignored else "check")
              for a in s.package]
     sequence = ['<Custom Action="%s" Sequence="%d">%s</Custom>' % (a[0], a[1], escape("".join(a[2:])))
                 for a in s.package]
@@ -305,6 +309,30 @@ def reg_line(name, value):
                          ",".join("%02x" % b for b in value.data))
 
 
+def listing(prefix):
+    """Every file and folder under drive_c, as lower-case Windows paths."""
+    root = prefix / "drive_c"
+    return {"c:\\" + str(p.relative_to(root)).replace("/", "\\").lower() for p in root.rglob("*")}
+
+
+@check
+def machine_restored(c, run, *allowed):
+    """HKLM and drive_c after the run are as before the first, but for keys, values ("key\\value") and files that
+    match one of the allowed patterns (regular expressions, lower case) and Wine's own churn."""
+    allow = [re.compile(p) for p in allowed + WINE_CHURN]
+    def entries(hklm):
+        return {k for k in hklm} | {"%s\\%s=%r" % (k, n, v) for k, values in hklm.items() for n, v in values.items()}
+    changed = (entries(c.hklm["before"]) ^ entries(c.hklm[run])) | (c.files["before"] ^ c.files[run])
+    left = sorted(e for e in changed if not any(a.match(e) for a in allow))
+    return None if not left else "%d differences after %s, e.g.: %s" % (len(left), run, "; ".join(left[:12]))
+
+
+# What Wine itself changes in a prefix while programs run, whatever they are.
+WINE_CHURN = (r"software\\microsoft\\windows nt\\currentversion\\(perflib|time zones|fonts)",
+              r"system\\currentcontrolset\\control\\(session manager|timezoneinformation)",
+              r"c:\\windows\\(temp|logs|installer)(\\|$)", r"c:\\users\\[^\\]+\\temp(\\|$)")
+
+
 def prepare_prefix(s, work, prefix, build):
     """A fresh prefix with the scenario's Windows version, machine, doubles and registry values."""
     if sh([PREFIX_TOOL, "create", str(prefix), "msiexec.exe"], work, prefix, 600):
@@ -328,6 +356,10 @@ def prepare_prefix(s, work, prefix, build):
         (work / "prepare.reg").write_bytes(b"\xff\xfe" + ("\r\n".join(lines) + "\r\n").encode("utf-16-le"))
         if sh(["wine", "reg", "import", "prepare.reg"], work, prefix, 120):
             raise RuntimeError("wine reg import failed (see wine.txt)")
+    for path, data in s.files.items():
+        target = prefix / "drive_c" / path[3:].replace("\\", "/")
+        target.parent.mkdir(parents=True, exist_ok=True)
+        target.write_bytes(data if isinstance(data, bytes) else Path(data.format(build=build)).read_bytes())
 
 
 def answer_box(s, args, work, prefix, c):
@@ -367,6 +399,8 @@ def run_scenario(s, args, variant):
                              "build": str(args.build)},
                     [a[0] for a in actions])
         prepare_prefix(s, work, prefix, args.build)
+        sh([PREFIX_TOOL, "stop", str(prefix)], work, prefix)
+        c.hklm["before"], c.files["before"] = read_hklm(prefix), listing(prefix)
         for name, arguments in s.runs:
             mode, *extra = arguments.split()
             command = ["wine", "msiexec", mode, str(msi), "/qb" if s.answer else "/qn", "/l*v", name + ".log"] + extra
@@ -385,7 +419,7 @@ def run_scenario(s, args, variant):
                 c.codes[name] = sh(command, work, prefix)
             c.logs[name], c.last = Log(work / (name + ".log")), name
             sh([PREFIX_TOOL, "stop", str(prefix)], work, prefix)  # ending the server writes the registry files
-            c.hklm[name] = read_hklm(prefix)
+            c.hklm[name], c.files[name] = read_hklm(prefix), listing(prefix)
         for test in s.checks:
             try:
                 problems.append(test(c))
