@@ -1,7 +1,7 @@
 """An install that adds the services and the crypto provider and asks for a reboot, and the removal that takes
 everything out again, on a simulated 7xxx; and the two guards that stop an install."""
 from swl_scenarios import (PRODUCT_KEY, Scenario, exit_code, file_is, logged, machine_restored, no_key, not_logged,
-                           ran, reg)
+                           prop, ran, reg)
 from scenarios.hardware import DRIVERS_KEY, PAYLOAD, PF_7XXX
 
 SERVICES = r"HKLM\SYSTEM\CurrentControlSet\Services"
@@ -46,7 +46,11 @@ SCENARIOS = [
         checks=[
             *[ran(a, run="install") for a, _ in INSTALL], exit_code(0, run="install"),
             logged("Service start succesful for 'tpxprov'", "Service start succesful for 'tpxprovuser'",
-                   "AddServices() - Exit", "RegisterPlugInProvider() - Exit", "RequestReboot()", run="install"),
+                   "AddServices() - Exit", "RegisterPlugInProvider() - Exit", "RequestReboot()",
+                   # "TopProvider" is there and the run is silent: the text instead of REBOOT=Force.
+                   "RequestReboot : You must restart your system for the configuration changes made to Corvane(R) "
+                   "Swiftlane Technology to take effect.", run="install"),
+            prop("REBOOT", None, run="install"),
             reg(SERVICES + r"\cfSwl\Parameters", "PreAllocatedMemorySessions", 4, run="install"),
             reg(SERVICES + r"\TPXPROV", "ImagePath", r"C:\windows\system32\Drivers\tpxprov.sys", run="install"),
             reg(DRIVERS_KEY, "hwa_swl4.sys", r"C:\windows\system32\drivers\hwa_swl4.sys", run="install"),
