@@ -99,35 +99,25 @@ bool EnumerateDeviceMgrForSupportedDevices(std::vector<CKesString>& devices)
     return !devices.empty();
 }
 
-bool SearchRegistryForCryptoCompatibility()
+bool WalkSupportedPciInstances(const std::function<bool(const CKesString&, const wchar_t*)>& instance,
+                               const std::function<void()>& hardwareKeyUnreadable,
+                               const std::function<void()>& hardwareKeyDone)
 {
-    const MSIHANDLE hInstall = g_hInstallDriversSession;
-    bool result = true;
-    LogToMSI(hInstall, L"SearchRegistryForCryptoCompatibility");
-
     UniqueHKey pci;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kPciEnumKey, 0, KEY_ENUMERATE_SUB_KEYS, pci.put()) != ERROR_SUCCESS)
-    {
-        LogToMSI(hInstall, L"RegOpenKeyEx Failed");
-        return result;
-    }
-
-    // Deliberately never reset: a later instance is offered only as many bytes
-    // as the last successful read returned, so a longer value fails to read and
-    // that instance counts neither way.
-    DWORD offered = kServicesNeededBytes;
-    wchar_t hardwareKey[kNameChars];
+        return false;
+    wchar_t name[kNameChars];
     for (DWORD index = 0;; ++index)
     {
-        DWORD chars = kNameChars;
-        LONG status = RegEnumKeyExW(pci.get(), index, hardwareKey, &chars, nullptr, nullptr, nullptr, nullptr);
+        DWORD chars = kNameChars; // reset before every call
+        LONG status = RegEnumKeyExW(pci.get(), index, name, &chars, nullptr, nullptr, nullptr, nullptr);
         if (status == ERROR_NO_MORE_ITEMS)
             break;
         if (status != ERROR_SUCCESS)
             continue;
         CKesString hardwarePath(kPciEnumKey);
         hardwarePath += L"\\";
-        hardwarePath += hardwareKey;
+        hardwarePath += name;
         if (!g_SWLDevices.IsDeviceIDSupported(hardwarePath))
             continue;
 
@@ -135,44 +125,63 @@ bool SearchRegistryForCryptoCompatibility()
         if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, hardwarePath, 0, KEY_ENUMERATE_SUB_KEYS, hardware.put()) !=
             ERROR_SUCCESS)
         {
-            LogToMSI(hInstall, L"RegOpenKeyEx Failed with subKey");
+            hardwareKeyUnreadable();
             continue;
         }
-        wchar_t instance[kNameChars];
+        wchar_t instanceName[kNameChars];
         for (DWORD instanceIndex = 0;; ++instanceIndex)
         {
             chars = kNameChars;
-            status = RegEnumKeyExW(hardware.get(), instanceIndex, instance, &chars, nullptr, nullptr, nullptr, nullptr);
+            status = RegEnumKeyExW(hardware.get(), instanceIndex, instanceName, &chars, nullptr, nullptr, nullptr,
+                                   nullptr);
             if (status == ERROR_NO_MORE_ITEMS)
                 break;
-            if (status != ERROR_SUCCESS)
-                continue;
-            CKesString generalPath(hardwarePath);
-            generalPath += L"\\";
-            generalPath += instance;
-            generalPath += L"\\Device Parameters\\General";
-            UniqueHKey general;
-            if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, generalPath, 0, KEY_ALL_ACCESS, general.put()) != ERROR_SUCCESS)
-                continue;
-            // The type is not checked. One character more than the largest offer
-            // keeps the text terminated whatever was stored.
-            wchar_t value[kServicesNeededBytes / sizeof(wchar_t) + 1] = {};
-            DWORD bytes = offered;
-            if (RegQueryValueExW(general.get(), L"ServicesNeeded", nullptr, nullptr, reinterpret_cast<BYTE*>(value),
-                                 &bytes) != ERROR_SUCCESS)
-                continue;
-            offered = bytes;
-            if (IsAcceptedServiceSet(value))
-            {
-                LogToMSI(hInstall, L"CRYPTO enabled, register value is ", value);
-                continue;
-            }
-            LogToMSI(hInstall, L"CRYPTO not enabled, register value is ", value);
-            result = false;
-            break;
+            if (status == ERROR_SUCCESS && !instance(hardwarePath, instanceName))
+                break;
         }
-        LogToMSI(hInstall, L"ERROR_NO_MORE_ITEMS");
+        hardwareKeyDone();
     }
+    return true;
+}
+
+bool SearchRegistryForCryptoCompatibility()
+{
+    const MSIHANDLE hInstall = g_hInstallDriversSession;
+    bool result = true;
+    LogToMSI(hInstall, L"SearchRegistryForCryptoCompatibility");
+
+    // Deliberately never reset: a later instance is offered only as many bytes
+    // as the last successful read returned, so a longer value fails to read and
+    // that instance counts neither way.
+    DWORD offered = kServicesNeededBytes;
+    const auto readInstance = [&](const CKesString& hardwarePath, const wchar_t* instance) {
+        CKesString generalPath(hardwarePath);
+        generalPath += L"\\";
+        generalPath += instance;
+        generalPath += L"\\Device Parameters\\General";
+        UniqueHKey general;
+        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, generalPath, 0, KEY_ALL_ACCESS, general.put()) != ERROR_SUCCESS)
+            return true;
+        // The type is not checked. One character more than the largest offer
+        // keeps the text terminated whatever was stored.
+        wchar_t value[kServicesNeededBytes / sizeof(wchar_t) + 1] = {};
+        DWORD bytes = offered;
+        if (RegQueryValueExW(general.get(), L"ServicesNeeded", nullptr, nullptr, reinterpret_cast<BYTE*>(value),
+                             &bytes) != ERROR_SUCCESS)
+            return true;
+        offered = bytes;
+        if (IsAcceptedServiceSet(value))
+        {
+            LogToMSI(hInstall, L"CRYPTO enabled, register value is ", value);
+            return true;
+        }
+        LogToMSI(hInstall, L"CRYPTO not enabled, register value is ", value);
+        result = false;
+        return false; // the rest of this device's instances are not read
+    };
+    if (!WalkSupportedPciInstances(readInstance, [&] { LogToMSI(hInstall, L"RegOpenKeyEx Failed with subKey"); },
+                                   [&] { LogToMSI(hInstall, L"ERROR_NO_MORE_ITEMS"); }))
+        LogToMSI(hInstall, L"RegOpenKeyEx Failed");
     return result;
 }
 

@@ -5,10 +5,21 @@
 #include "KesString.h"
 #include <windows.h>
 #include <msi.h>
+#include <functional>
 #include <vector>
 
 // HKLM\SYSTEM\CurrentControlSet\Enum\PCI: one key per hardware ID, one sub-key per instance.
 extern const wchar_t* const kPciEnumKey;
+
+// Walks the instance keys of every hardware key under kPciEnumKey whose path
+// the catalogue supports, in registry order. instance(hardware key path,
+// instance name) answers whether to go on with that hardware key's instances;
+// hardwareKeyUnreadable() runs when a supported hardware key cannot be opened
+// for enumeration, hardwareKeyDone() after each of its instance walks. False
+// when kPciEnumKey itself cannot be opened.
+bool WalkSupportedPciInstances(const std::function<bool(const CKesString&, const wchar_t*)>& instance,
+                               const std::function<void()>& hardwareKeyUnreadable,
+                               const std::function<void()>& hardwareKeyDone);
 
 // The supported device-instance IDs that WMI (Win32_PnPEntity) reports, each
 // cut before its last backslash (the instance part), without duplicates, in
