@@ -6,6 +6,7 @@
 #include "Devices/HardwareDiscovery.h"
 #include "SimulatedMachine.h"
 #include "UniqueHandle.h"
+#include "BenchClock.h"
 #include <windows.h>
 #include <oleauto.h>
 #include <wbemidl.h>
@@ -18,18 +19,6 @@
 namespace
 {
 const int kRounds = 5;
-
-double Now()
-{
-    static LARGE_INTEGER frequency = [] {
-        LARGE_INTEGER f;
-        QueryPerformanceFrequency(&f);
-        return f;
-    }();
-    LARGE_INTEGER t;
-    QueryPerformanceCounter(&t);
-    return static_cast<double>(t.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
 
 // The same COM set-up and query, every DeviceID read, nothing matched: the floor.
 size_t PlainWmiLoop()

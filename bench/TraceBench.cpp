@@ -3,6 +3,7 @@
 // cost of a call while tracing is off (the state of every production run
 // without the registry switch).
 #include "KesTrace.h"
+#include "BenchClock.h"
 #include <windows.h>
 #include <algorithm>
 #include <cstdio>
@@ -18,18 +19,6 @@ const int kRounds = 5;
 const int kOffCalls = 5000000;
 
 wchar_t s_line[1152];
-
-double Now()
-{
-    static LARGE_INTEGER frequency = [] {
-        LARGE_INTEGER f;
-        QueryPerformanceFrequency(&f);
-        return f;
-    }();
-    LARGE_INTEGER t;
-    QueryPerformanceCounter(&t);
-    return static_cast<double>(t.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
 
 long long FileSize(const std::wstring& path)
 {
