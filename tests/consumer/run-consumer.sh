@@ -12,10 +12,17 @@ tools=$(cd "$here/../../tools" && pwd)
 
 rm -rf "$stage"
 cmake --install "$build" --prefix "$stage" >/dev/null || { echo "cmake --install failed"; exit 1; }
-for f in bin/SWLLib.dll lib/libSWLLib.dll.a include/SwlApi.h include/KesString.h include/KesRegKey.h \
-         include/KesDebug.h; do
+for f in bin/SWLLib.dll bin/SWLLib.dll.debug lib/libSWLLib.dll.a include/SwlApi.h include/KesString.h \
+         include/KesRegKey.h include/KesDebug.h; do
     [ -f "$stage/$f" ] || { echo "not installed: $f"; exit 1; }
 done
+# The shipped DLL is stripped and names its debug file; the debug file holds the information.
+objdump=${cxx%g++-posix}objdump
+sections() { "$objdump" -h "$1" | awk '$2 ~ /^\./ {print $2}'; }
+sections "$stage/bin/SWLLib.dll" | grep -q '^\.debug_' && { echo "the installed DLL keeps debug sections"; exit 1; }
+sections "$stage/bin/SWLLib.dll" | grep -qx '\.gnu_debuglink' || { echo "the installed DLL names no debug file"; exit 1; }
+sections "$stage/bin/SWLLib.dll.debug" | grep -qx '\.debug_info' || { echo "SWLLib.dll.debug has no debug information"; exit 1; }
+echo "installed DLL: $(stat -c %s "$stage/bin/SWLLib.dll") bytes, debug file: $(stat -c %s "$stage/bin/SWLLib.dll.debug") bytes"
 
 # Only the staged tree: no source folder is on the include or library path.
 flags=(-std=c++17 -Wall -Werror -I "$stage/include")
