@@ -10,7 +10,7 @@ whose Wine output an "err:heap" line appears has failed.
 The last line is exactly "N passed, M failed"; the exit code is 1 when M > 0.
 """
 
-import argparse, concurrent.futures, fnmatch, json, os, re, runpy, shutil, subprocess, sys, uuid
+import argparse, concurrent.futures, fnmatch, json, os, re, runpy, shutil, subprocess, sys, time, uuid
 from dataclasses import dataclass, field
 from pathlib import Path
 from xml.sax.saxutils import escape, quoteattr
@@ -36,6 +36,7 @@ class Scenario:
     # with basic UI (/qb) on the X display of --ui (xvfb-run) only; the box is read and photographed first.
     answer: tuple = ()
     files: dict = field(default_factory=dict)   # {C:\ path: bytes, or a file path with {build}} placed first
+    launcher: bool = False   # run through SwlSetup.exe (next to the package, as CorvaneSWL.msi), not msiexec
     ignored: tuple = ()   # actions whose result the package ignores (Return="ignore"), e.g. one that answers 3010
     machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
     doubles: dict = field(default_factory=dict)   # {"newdev"|"cfgmgr32": {outcome value: int}}: the test
@@ -404,6 +405,18 @@ def run_scenario(s, args, variant):
         for name, arguments in s.runs:
             mode, *extra = arguments.split()
             command = ["wine", "msiexec", mode, str(msi), "/qb" if s.answer else "/qn", "/l*v", name + ".log"] + extra
+            if s.launcher:   # the launcher finds CorvaneSWL.msi in its own folder and passes the rest through
+                shutil.copy(args.build / "bin/SwlSetup.exe", work / "SwlSetup.exe")
+                shutil.copy(msi, work / "CorvaneSWL.msi")
+                command = ["wine", "SwlSetup.exe"] + ([mode] if mode != "/i" else []) + command[4:]
+                # The launcher check passes over the first process of the snapshot (on Windows the idle
+                # process; under Wine the first process of the server's list, which a launcher started
+                # into a fresh server would be): a placeholder takes that place, stopped with the server.
+                shutil.copy(args.build / "bin/swl_tool_standin.exe", work / "first_process.exe")
+                subprocess.Popen(["wine", "first_process.exe"], cwd=work, stdin=subprocess.DEVNULL,
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                 env=dict(ENV, WINEPREFIX=str(prefix), SWL_STANDIN_RUN_MS="600000"))
+                time.sleep(2)
             if s.answer:
                 with open(work / "wine.txt", "ab") as out:
                     msiexec = subprocess.Popen(command, cwd=work, env=dict(ENV, WINEPREFIX=str(prefix)),
