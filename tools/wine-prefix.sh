@@ -85,8 +85,15 @@ case "${1:-}" in
       added=1
     done
     if [ "$added" = 1 ]; then
-      (cd "$dir" && WINEPREFIX="$dir" wine reg import heap-check.reg >/dev/null 2>&1) ||
-        { echo "wine-prefix.sh: cannot turn on heap checking in $dir" >&2; exit 1; }
+      # On a loaded machine wine has been seen to exit before the program ran: try again, twice.
+      for try in 1 2 3; do
+        (cd "$dir" && WINEPREFIX="$dir" wine reg import heap-check.reg >"$dir/heap-check.out" 2>&1) && break
+        [ "$try" -lt 3 ] || { echo "wine-prefix.sh: cannot turn on heap checking in $dir:" >&2
+                              tail -5 "$dir/heap-check.out" >&2; exit 1; }
+        WINEPREFIX="$dir" wineserver -k 2>/dev/null || true
+        sleep 2
+      done
+      rm -f "$dir/heap-check.out"
     fi
     rm -f "$reg"
     ;;

@@ -32,9 +32,19 @@ std::wstring TextOf(HWND window)
     return text;
 }
 
+// A top-level window's caption without asking its thread: GetWindowTextW sends
+// WM_GETTEXT to another process's window and waits, and Installer's own
+// progress window does not answer while a custom action runs.
+std::wstring CaptionOf(HWND window)
+{
+    wchar_t text[4096] = {};
+    InternalGetWindowText(window, text, 4096);
+    return text;
+}
+
 BOOL CALLBACK FindTopLevel(HWND window, LPARAM)
 {
-    if (IsWindowVisible(window) && TextOf(window).find(g_part) != std::wstring::npos)
+    if (IsWindowVisible(window) && CaptionOf(window).find(g_part) != std::wstring::npos)
     {
         g_window = window;
         return FALSE;
@@ -69,7 +79,7 @@ int wmain(int argc, wchar_t** argv)
         std::printf("no window with \"%s\" in its caption\n", Utf8(g_part).c_str());
         return 1;
     }
-    std::printf("caption: %s\n", Utf8(TextOf(g_window)).c_str());
+    std::printf("caption: %s\n", Utf8(CaptionOf(g_window)).c_str());
     EnumChildWindows(g_window, PrintStatic, 0);
     std::fflush(stdout);
     return 0;
