@@ -367,9 +367,12 @@ def answer_box(s, args, work, prefix, c):
     """Waits for the scenario's message box, reads its caption and text (a Windows helper in the same prefix),
     keeps a picture of it and presses the answer's key, as a person at the screen would."""
     part, key = s.answer
-    out = subprocess.run(["wine", str(args.build / "bin/read_message_box.exe"), part], cwd=work, timeout=120,
-                         env=dict(ENV, WINEPREFIX=str(prefix)), stdin=subprocess.DEVNULL, capture_output=True)
-    lines = out.stdout.decode("utf-8", "replace").replace("\r", "").splitlines()
+    # Into a file, not a pipe: Wine's service processes may inherit it and keep a pipe open for good.
+    with open(work / "message-box.txt", "wb") as out:
+        subprocess.run(["wine", str(args.build / "bin/read_message_box.exe"), part], cwd=work, timeout=120,
+                       env=dict(ENV, WINEPREFIX=str(prefix)), stdin=subprocess.DEVNULL, stdout=out,
+                       stderr=subprocess.DEVNULL)
+    lines = (work / "message-box.txt").read_bytes().decode("utf-8", "replace").replace("\r", "").splitlines()
     c.box = {"caption": next((l[9:] for l in lines if l.startswith("caption: ")), None),
              "text": [l[6:].replace("\\r", "\r").replace("\\n", "\n") for l in lines if l.startswith("text: ")]}
     windows = subprocess.run(["xdotool", "search", "--name", part], capture_output=True, text=True).stdout.split()
