@@ -37,6 +37,7 @@ class Scenario:
     answer: tuple = ()
     files: dict = field(default_factory=dict)   # {C:\ path: bytes, or a file path with {build}} placed first
     launcher: bool = False   # run through SwlSetup.exe (next to the package, as CorvaneSWL.msi), not msiexec
+    keep: tuple = ()   # Windows paths of files copied out after each run, for file_is(..., run=) to read
     ignored: tuple = ()   # actions whose result the package ignores (Return="ignore"), e.g. one that answers 3010
     machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
     doubles: dict = field(default_factory=dict)   # {"newdev"|"cfgmgr32": {outcome value: int}}: the test
@@ -133,6 +134,7 @@ class Context:
         self.prefix, self.vars, self.actions = prefix, vars, actions
         self.logs, self.codes, self.hklm, self.last = {}, {}, {}, ""
         self.box = {}   # the answered message box: {"caption": str, "text": [str], "picture": Path}
+        self.kept = {}   # (run, Windows path in lower case): the copy of Scenario.keep's file after that run
         self.files = {}  # per run (and "before", the prepared prefix): every path under drive_c, lower case
 
     def fmt(self, text):  # puts in {product_code} and {version}; GUID braces stay
@@ -160,6 +162,21 @@ def check(test):
 def ran(c, run, action, want=1):  # "Return value": 1 success, 0 any failure (see exit_code), None not run
     got = c.log(run).results.get(action)
     return None if got == want else "%s: return value %s, expected %s" % (action, got, want)
+
+
+@check
+def ran_in_order(c, run, *actions):
+    """Exactly these DLL actions ran, in this order, each with success. A deferred action is logged twice,
+    when it is scheduled and when it runs: its last line counts."""
+    last = {}
+    for i, m in enumerate(map(ENDED.match, c.log(run).lines)):
+        if m and m[1] in c.actions:
+            last[m[1]] = (i, int(m[2]))
+    got = sorted(last, key=lambda a: last[a][0])
+    failed = [a for a in got if last[a][1] != 1]
+    if got != list(actions) or failed:
+        return "actions that ran: %s%s; expected: %s" % (", ".join(got), "; failed: " + ", ".join(failed)
+                                                         if failed else "", ", ".join(actions))
 
 
 @check
@@ -199,7 +216,7 @@ def prop(c, run, name, want):  # an Installer property at the end of the run; No
 
 @check
 def file_is(c, run, windows_path, want):  # want: the file's bytes, a path with {build}, or None for no file
-    path = c.path(windows_path)
+    path = c.kept.get((run, windows_path.lower()), c.path(windows_path))
     if isinstance(want, str):
         want = Path(c.fmt(want)).read_bytes()
     got = path.read_bytes() if path.is_file() else None
@@ -397,7 +414,8 @@ def run_scenario(s, args, variant):
             raise ValueError("--break-dll needs a package built by the runner")
         msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.build, args.dll, variant)
         props = dict(row[:2] for row in msi_table(msi, "Property"))
-        actions = msi_table(msi, "CustomAction")
+        # Our DLL actions (type 1 in the low bits); the others set properties.
+        actions = [a for a in msi_table(msi, "CustomAction") if int(a[1]) & 0x3F == 1]
         problems += ["SWLLib.def does not export " + a[3] for a in actions if a[3] not in exports()]  # Wine: success
         c = Context(prefix, {"product_code": props["ProductCode"], "version": props["ProductVersion"],
                              "build": str(args.build)},
@@ -436,6 +454,12 @@ def run_scenario(s, args, variant):
             c.logs[name], c.last = Log(work / (name + ".log")), name
             sh([PREFIX_TOOL, "stop", str(prefix)], work, prefix)  # ending the server writes the registry files
             c.hklm[name], c.files[name] = read_hklm(prefix), listing(prefix)
+            for i, kept in enumerate(s.keep):
+                if c.path(kept).is_file():
+                    copy = work / "kept" / name / ("%d-%s" % (i, kept.rsplit("\\", 1)[-1]))
+                    copy.parent.mkdir(parents=True, exist_ok=True)
+                    shutil.copy(c.path(kept), copy)
+                    c.kept[(name, kept.lower())] = copy
         for test in s.checks:
             try:
                 problems.append(test(c))
