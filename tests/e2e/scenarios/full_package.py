@@ -1,8 +1,8 @@
 """The sample package CorvaneSWL.msi with all its actions, installed and removed through the launcher on
 simulated machines: what an administrator's silent deployment does."""
 from swl_scenarios import (PRODUCT_KEY, UNINSTALL_KEY, Scenario, exit_code, file_is, logged, machine_restored,
-                           no_key, ran_in_order, reg)
-from scenarios.hardware import DRIVERS_KEY, PF_7XXX, PF_7XXX_KEY
+                           no_key, prop, ran, ran_in_order, reg)
+from scenarios.hardware import DRIVERS_KEY, PF_7XXX, PF_7XXX_KEY, SERVER_2019
 
 PACKAGE = "{build}/package/CorvaneSWL.msi"
 ARP = UNINSTALL_KEY + r"\{product_code}"
@@ -21,8 +21,8 @@ def summary(driver, compression, crypto, swlzip, ostra):
             % (driver, compression, crypto, swlzip, ostra)).encode()
 
 
-GUARDS = ["IsSetupRunning", "VerifyAdminOrWarn", "VerifyOSOrWarn", "WarnRebootRequired_BeforeInstall",
-          "WarnUninstallRequired_Upgrade", "HideCancelButton"]
+GUARDS = ["IsSetupRunning", "VerifyAdminOrWarn", "VerifyOSOrWarn", "WarnUninstallRequired_Upgrade",
+          "WarnRebootRequired_BeforeInstall", "HideCancelButton"]
 PREPARE = ["WriteMSIPropertiesToRegistry", "SetupFiles", "VerifyHardwareOrWarn", "PeekCRT", "InstallCRT", "HideCRTARP"]
 FINISH = ["CleanSetupFiles", "WriteARPEntries", "RequestReboot"]
 # A full install: the deferred actions (SR-IOV to RegisterOstra) run when InstallFinalize runs the script.
@@ -55,7 +55,7 @@ SCENARIOS = [
         checks=[
             ran_in_order(*HARDWARE_INSTALL, run="install"), exit_code(0, run="install"),
             logged("IsSetupRunning() - Exit", "User is an administrator", "Operating system supported",
-                   "WarnRebootRequired_BeforeInstall : Exit", "WarnUninstallRequired_Upgrade : Exit",
+                   "WarnUninstallRequired_Upgrade : Exit", "WarnRebootRequired_BeforeInstall : Exit",
                    "Extracted file : hwa_swl4.inf", "Exiting SetupFiles", "InstallDrivers() - Exit",
                    "Set EnableSriov to 0", "INSTALLCRYPTO=1, adding and starting crypto services.",
                    "Service start succesful for 'tpxprovuser'", "AddServices() - Exit",
@@ -78,4 +78,91 @@ SCENARIOS = [
             no_key(PRODUCT_KEY, run="remove"), no_key(ARP, run="remove"),
             machine_restored(*LEFT_BY_WINE, run="remove"),
         ]),
+]
+
+NO_HARDWARE = "No Corvane(R) Swiftlane Technology compatible hardware found; cannot install"
+VF_INSTALL = GUARDS + PREPARE + ["InstallDrivers", "SetRegistryKeyForEnableSriov", "AddServices",
+                                 "RegisterPlugInProvider", "ExtractOstraPackage", "RegisterOstra"] + FINISH
+VF_7XXX = r"PCI\VEN_1F2E&DEV_6B21&SUBSYS_00001F2E&REV_20"
+
+# Other machines.
+SCENARIOS += [
+    # Inside a virtual machine: only virtual functions, which get the driver too.
+    Scenario(
+        name="full_package_on_virtual_functions_only",
+        package=PACKAGE, machine="vf-only", launcher=True, files=OSTRA,
+        checks=[ran_in_order(*VF_INSTALL), exit_code(0), logged("VF devices present.", "InstallDrivers() - Exit"),
+                reg(DRIVERS_KEY, VF_7XXX, "hwa_swl4.inf"), prop("INSTALLVMONLY", "1")]),
+    # A TLM-D part has no crypto: InstallDrivers clears INSTALLCRYPTO, and AddServices' data, taken after it,
+    # says so; the crypto provider is not registered.
+    Scenario(
+        name="full_package_on_tlmd_leaves_crypto_out",
+        package=PACKAGE, machine="pf-720xx", launcher=True, files=OSTRA, keep=(SUMMARY,),
+        checks=[ran_in_order(*[a for a in HARDWARE_INSTALL if a != "RegisterPlugInProvider"]), exit_code(0),
+                prop("INSTALLCRYPTO", "0"),
+                logged("InstallDrivers() - Exit", "AddServices()",
+                       "Crypto is not supported, crypto services will not be installed.", "AddServices() - Exit"),
+                no_key(SERVICES + r"\TPXPROV"), no_key(SERVICES + r"\TPXPROVUSER"),
+                file_is(SUMMARY, summary("Successfully Installed", "Successfully Installed", "Not Installed (Not supported)",
+                                         "Not Installed", "Successfully Installed"))]),
+    # No device and nobody to ask: the install stops after the hardware check, and nothing stays.
+    Scenario(
+        name="full_package_without_hardware_fails_silently",
+        package=PACKAGE, machine="none", launcher=True,
+        checks=[ran_in_order(*GUARDS, "WriteMSIPropertiesToRegistry", "SetupFiles", "VerifyHardwareOrWarn=0"),
+                exit_code(1603), logged("VerifyHardwareOrWarn()", NO_HARDWARE), no_key(PRODUCT_KEY),
+                # Wine does not roll back: on Windows the product folder and the component records go too.
+                machine_restored(r"c:\\program files\\corvane", r"software\\microsoft\\windows\\currentversion\\installer")]),
+    # A Hyper-V host on Server 2019: SR-IOV is supported, and the deferred action's data switches it on.
+    Scenario(
+        name="full_package_in_hyperv_mode_on_server_2019",
+        package=PACKAGE, machine="pf-7xxx", registry=SERVER_2019, launcher=True, files=OSTRA,
+        runs=[("install", "/i HYPERVMODE=1")],
+        checks=[ran_in_order(*HARDWARE_INSTALL), exit_code(0),
+                logged("The system supports SR-IOV mode.", "SetRegistryKeyForEnableSriov()", "Set EnableSriov to 1"),
+                reg(PF_7XXX_KEY + r"\Device Parameters\Sriov", "EnableSriov", 1)]),
+]
+
+# Guards, and the exit codes that come out of the launcher for them.
+SCENARIOS += [
+    # Without the launcher (a distribution tool that runs msiexec itself): 1602, and nothing changes.
+    Scenario(
+        name="full_package_started_directly_stops_with_1602",
+        package=PACKAGE, machine="pf-7xxx",
+        checks=[ran_in_order("IsSetupRunning=0"), exit_code(1602), no_key(PRODUCT_KEY),
+                logged("IsSetupRunning()", "The MSI is not being ran through LSetup, exiting install"),
+                machine_restored()]),
+    # An older version is installed: the upgrade guard answers 15609, which Installer turns into 1603.
+    Scenario(
+        name="full_package_over_an_older_version_stops",
+        package=PACKAGE, machine="pf-7xxx", launcher=True, files=OSTRA,
+        runs=[("older", "/i", "{build}/package/older/CorvaneSWL.msi"), ("install", "/i")],
+        checks=[exit_code(0, run="older"), ran("WarnUninstallRequired_Upgrade", 0), exit_code(1603),
+                prop("UPGRADING", "1"),
+                logged("WarnUninstallRequired_Upgrade()", "A previous version was detected and must be uninstalled. "
+                       "The Corvane(R) Swiftlane installer cannot continue.", "WarnUninstallRequired_Upgrade : Exit"),
+                reg(ARP.replace("{product_code}", "{9A4E27C3-61F0-4B8D-A5C2-3D7E90B4F118}"), "DisplayVersion",
+                    "2.5.0")]),
+    # A driver file that cannot be deleted means a reboot is pending: 3010 from the guard, 1603 from Installer.
+    Scenario(
+        name="full_package_with_a_pending_reboot_stops",
+        package=PACKAGE, machine="pf-7xxx", launcher=True,
+        files={r"C:\windows\system32\drivers\CfSwl.sys\held": b""},
+        checks=[ran("WarnRebootRequired_BeforeInstall", 0), exit_code(1603), no_key(PRODUCT_KEY),
+                logged("WarnRebootRequired_BeforeInstall()", "IsRebootRequired : not all files could be removed, "
+                       "reboot required")]),
+    # Windows 7 (the base prefix): the OS check stops the install.
+    Scenario(
+        name="full_package_on_windows_7_stops",
+        package=PACKAGE, machine="pf-7xxx", windows="win7", launcher=True,
+        checks=[ran("VerifyOSOrWarn", 0), exit_code(1603), no_key(PRODUCT_KEY),
+                logged("VerifyOSOrWarn()", "Operating system not supported; cannot install")]),
+    # The administrator asked for our provider as the default one: the first install asks for a restart,
+    # which a run with a user interface reports as 3010 (here /qb, without restarting).
+    Scenario(
+        name="full_package_with_default_provider_asks_for_a_restart",
+        package=PACKAGE, machine="pf-7xxx", launcher=True, files=OSTRA,
+        runs=[("install", "/i TOPPROVIDER=1 /qb /norestart")],
+        checks=[ran_in_order(*HARDWARE_INSTALL), exit_code(3010), reg(PRODUCT_KEY, "TopProvider", "1"),
+                logged("RequestReboot()", "RequestReboot : Setting REBOOT to 'FORCE'", "RequestReboot() - Exit")]),
 ]
