@@ -166,3 +166,19 @@ SCENARIOS += [
         checks=[ran_in_order(*HARDWARE_INSTALL), exit_code(3010), reg(PRODUCT_KEY, "TopProvider", "1"),
                 logged("RequestReboot()", "RequestReboot : Setting REBOOT to 'FORCE'", "RequestReboot() - Exit")]),
 ]
+
+# A person at the screen (run with --ui under xvfb-run): no device, and Yes to the software-only install.
+SCENARIOS += [
+    Scenario(
+        name="full_package_without_hardware_answered_yes_installs_software_only",
+        package=PACKAGE, machine="none", launcher=True, files=OSTRA, keep=(SUMMARY,),
+        answer=("Install Wizard", "Return"),
+        checks=[ran_in_order(*GUARDS, *PREPARE, "ExtractOstraPackage", "RegisterOstra", *FINISH), exit_code(0),
+                logged("No supported SWL devices are present on this system. Install swlzip.dll in System32.",
+                       "InstallDlls()", "VerifyHardwareOrWarn() - Exit", "RegisterOstra() - Exit"),
+                prop("INSTALLDLLONLY", "1"),
+                file_is(r"C:\windows\system32\swlzip.dll", "{build}/package/payload/swlzip.dll"),
+                file_is(SUMMARY, summary("Not Installed", "Not Installed (No SWL Hardware detected)",
+                                         "Not Installed (No SWL Hardware detected)", "Successfully Installed",
+                                         "Successfully Installed"))]),
+]
