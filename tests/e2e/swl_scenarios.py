@@ -264,9 +264,9 @@ def rename_export(data, name):
     raise ValueError("no same-length name keeps the export table sorted")
 
 
-def build_package(s, work, build, dll, variant):
-    """Builds s.package with wixl; variant breaks the DLL: missing (no Binary row), unloadable, rename=X,
-    overflow=DLL (a copy of the DLL that damages the heap when it loads)."""
+def dll_bytes(dll, variant):
+    """The DLL as variant breaks it: unloadable, rename=X, overflow=DLL (a copy of the DLL that damages the
+    heap when it loads); None and missing leave it whole."""
     data = dll.read_bytes()
     if variant and variant.startswith("overflow="):
         data = Path(variant[9:]).read_bytes()
@@ -276,6 +276,25 @@ def build_package(s, work, build, dll, variant):
         data = rename_export(data, variant[7:])
     elif variant not in (None, "missing"):
         raise ValueError("unknown --break-dll " + variant)
+    return data
+
+
+def break_package(msi, work, dll, variant):
+    """A copy of a prebuilt package whose SWLLib row variant breaks (missing: the row is deleted)."""
+    copy = work / "package.msi"
+    shutil.copy(msi, copy)
+    if variant == "missing":
+        command = ["msibuild", str(copy), "-q", "DELETE FROM `Binary` WHERE `Name` = 'SWLLib'"]
+    else:
+        (work / "broken.dll").write_bytes(dll_bytes(dll, variant))
+        command = ["msibuild", str(copy), "-a", "Binary.SWLLib", str(work / "broken.dll")]
+    subprocess.run(command, check=True, capture_output=True)
+    return copy
+
+
+def build_package(s, work, build, dll, variant):
+    """Builds s.package with wixl around the DLL, broken as variant says (see dll_bytes; missing: no row)."""
+    data = dll_bytes(dll, variant)
     binaries = dict(s.binaries) if variant == "missing" else {"SWLLib": data, **s.binaries}
     for i, data in enumerate(binaries.values()):
         (work / ("bin%d.dat" % i)).write_bytes(data if isinstance(data, bytes) else
@@ -409,10 +428,11 @@ def run_scenario(s, args, variant):
         shutil.rmtree(work)
     work.mkdir(parents=True)
     try:
-        prebuilt = isinstance(s.package, str)
-        if prebuilt and variant:
-            raise ValueError("--break-dll needs a package built by the runner")
-        msi = Path(s.package.format(build=args.build)) if prebuilt else build_package(s, work, args.build, args.dll, variant)
+        if isinstance(s.package, str):   # prebuilt
+            msi = Path(s.package.format(build=args.build))
+            msi = break_package(msi, work, args.dll, variant) if variant else msi
+        else:
+            msi = build_package(s, work, args.build, args.dll, variant)
         props = dict(row[:2] for row in msi_table(msi, "Property"))
         # Our DLL actions (type 1 in the low bits); the others set properties.
         actions = [a for a in msi_table(msi, "CustomAction") if int(a[1]) & 0x3F == 1]
