@@ -132,6 +132,7 @@ bool ReadMsiLog(const std::string& path, MsiLog& log, Warnings& warnings)
     std::vector<int> open;     // actions started and not yet ended, innermost last
     int deferredOpen = -1;     // the running action of the execution script
     uint32_t serverPid = 0;
+    int lastInvoked = -1;
     bool any = false;
 
     while (reader.Next(view))
@@ -204,7 +205,12 @@ bool ReadMsiLog(const std::string& path, MsiLog& log, Warnings& warnings)
                 deferredOpen = static_cast<int>(log.actions.size()) - 1;
             }
             else if ((at = line.find("Created Custom Action Server with PID ")) != std::string::npos)
+            {
+                // Logged right after the first action that needs the server.
                 serverPid = static_cast<uint32_t>(std::strtoul(line.c_str() + at + 38, nullptr, 10));
+                if (lastInvoked >= 0 && log.actions[static_cast<size_t>(lastInvoked)].serverPid == 0)
+                    log.actions[static_cast<size_t>(lastInvoked)].serverPid = serverPid;
+            }
             else if ((at = line.find("Entrypoint: ")) != std::string::npos && StartsWith(line, "Invoking remote custom action."))
             {
                 int current = deferredOpen >= 0 ? deferredOpen : (open.empty() ? -1 : open.back());
@@ -214,6 +220,7 @@ bool ReadMsiLog(const std::string& path, MsiLog& log, Warnings& warnings)
                 {
                     log.actions[static_cast<size_t>(current)].entryPoint = line.substr(at + 12);
                     log.actions[static_cast<size_t>(current)].serverPid = serverPid;
+                    lastInvoked = current;
                 }
             }
             continue;
