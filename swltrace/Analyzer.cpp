@@ -56,10 +56,14 @@ const Opener kOpeners[] = {
 
 const char* BuiltInAction(std::string_view text)
 {
-    for (const Opener& o : kOpeners)
-        if (text == o.text)
-            return o.action;
-    return nullptr;
+    static const std::unordered_map<std::string_view, const char*> byText = [] {
+        std::unordered_map<std::string_view, const char*> m;
+        for (const Opener& o : kOpeners)
+            m.emplace(o.text, o.action);
+        return m;
+    }();
+    auto it = byText.find(text);
+    return it != byText.end() ? it->second : nullptr;
 }
 
 std::string Hex(uint32_t v)
@@ -178,7 +182,12 @@ Analyzer::Analyzer(const Options& options, const MsiLog* msiLog, ReportSink* sin
                 m_openings[a.opening].push_back(static_cast<int>(i));
             m_byName[a.name].push_back(static_cast<int>(i));
         }
+        for (const MsiAction& a : m_msiLog->actions)
+            m_actionNames.insert(a.name);
     }
+    for (const Opener& o : kOpeners)
+        m_actionNames.insert(o.action);
+    m_render = m_sink != nullptr && m_sink->WantsItems();
 }
 
 bool Analyzer::AddFile(const std::string& path)
@@ -239,6 +248,7 @@ bool Analyzer::AddFile(const std::string& path)
     for (auto& p : m_processes)
         EndAction(p.second);
     m_processes.clear();
+    m_lastProcess = nullptr;
     m_threads.clear();
     m_lastThread = nullptr;
     // Actions are kept as they end; list this file's in the order they began.
@@ -263,7 +273,7 @@ void Analyzer::ProcessLine(const std::string& file, uint64_t n, std::string_view
         if (m_component.empty())
             m_component.assign(t.component.data(), t.component.size());
         // A line cut off inside its message, with the next writer's line behind it.
-        if (t.message.find('\t') != std::string_view::npos)
+        if (t.tabs)
         {
             size_t at = FindEmbeddedLine(line, m_component);
             if (at != std::string_view::npos)
@@ -345,6 +355,7 @@ Analyzer::ProcessState& Analyzer::Process(uint32_t pid)
             {
                 EndAction(p->second);
                 p = m_processes.erase(p);
+                m_lastProcess = nullptr;
             }
             else
                 ++p;
@@ -384,7 +395,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         m_maxCounter = t.counter;
 
     // Text outside ASCII: say once per file how it is read.
-    if (!m_sawAnsi || !m_sawUtf8)
+    if (t.highBytes && (!m_sawAnsi || !m_sawUtf8))
     {
         TextEncoding e = DetectEncoding(t.message);
         if (e == TextEncoding::Ansi && !m_sawAnsi)
@@ -403,7 +414,9 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         m_warnings.Add(file, n, "cut message",
                        "the message is 1023 characters or more: the trace log cuts messages there, the rest is lost");
 
-    ProcessState& proc = Process(t.pid);
+    ProcessState& proc = m_lastProcess != nullptr && m_lastProcessPid == t.pid ? *m_lastProcess : Process(t.pid);
+    m_lastProcess = &proc;
+    m_lastProcessPid = t.pid;
     if (m_havePid && t.pid != m_lastPid)
     {
         auto prev = m_processes.find(m_lastPid);
@@ -422,7 +435,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
     {
         const bool byName = t.kind == MessageKind::Entry;
         std::string_view key = byName ? t.name : t.text;
-        int msi = MatchAction(key, byName, t.clockMs);
+        int msi = byName && !IsActionName(key) ? -1 : MatchAction(key, byName, t.clockMs);
         std::string name;
         if (msi >= 0)
             name = m_msiLog->actions[static_cast<size_t>(msi)].name;
@@ -470,7 +483,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         ++m_summary.calls;
         if (proc.inAction)
             ++proc.action.calls;
-        if (m_sink != nullptr)
+        if (m_render)
         {
             Item item;
             item.kind = Item::Kind::Call;
@@ -514,7 +527,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         th.depth = at - 1;
         if (proc.openFrames > 0)
             --proc.openFrames;
-        if (m_sink != nullptr)
+        if (m_render)
         {
             if (!f.written && f.itemSeq >= th.frontSeq)
             {
@@ -569,7 +582,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
             m_summary.faults.push_back(std::move(fr));
         }
     }
-    if (m_sink != nullptr)
+    if (m_render)
     {
         Item item;
         item.kind = Item::Kind::Message;
@@ -614,12 +627,7 @@ int Analyzer::MatchAction(std::string_view text, bool byName, int32_t clockMs)
 
 bool Analyzer::IsActionName(std::string_view name) const
 {
-    if (m_byName.count(std::string(name)) > 0)
-        return true;
-    for (const Opener& o : kOpeners)
-        if (name == o.action)
-            return true;
-    return false;
+    return m_actionNames.count(name) > 0;
 }
 
 void Analyzer::BeginAction(ThreadState& t, ProcessState& p, const std::string& file, uint64_t n, int32_t clockMs,
@@ -641,7 +649,7 @@ void Analyzer::BeginAction(ThreadState& t, ProcessState& p, const std::string& f
     t.action = name;
     p.firstCounter = m_lastCounter;
     p.lastCounter = m_lastCounter;
-    if (m_sink != nullptr)
+    if (m_render)
     {
         Item item;
         item.kind = Item::Kind::ActionBegin;
@@ -748,7 +756,7 @@ void Analyzer::CloseFrames(ThreadState& t, size_t keep, const std::string& file,
         if (p != m_processes.end() && p->second.openFrames > 0)
             --p->second.openFrames;
         RecordNeverReturned(f, t, file, reason);
-        if (m_sink == nullptr)
+        if (!m_render)
             continue;
         if (!f.written && f.itemSeq >= t.frontSeq)
         {
@@ -769,7 +777,7 @@ void Analyzer::CloseFrames(ThreadState& t, size_t keep, const std::string& file,
             Push(t, std::move(item));
         }
     }
-    if (m_sink != nullptr)
+    if (m_render)
         Drain(t, false);
 }
 
@@ -782,7 +790,7 @@ void Analyzer::CloseAll(const std::string& file, uint64_t n, const std::string& 
             continue;
         if (t.depth > 0)
             CloseFrames(t, 0, file, n, reason);
-        if (m_sink != nullptr)
+        if (m_render)
             Drain(t, true);
     }
 }
@@ -794,6 +802,7 @@ void Analyzer::NewRun(const std::string& file, uint64_t n, const std::string& wh
     for (auto& p : m_processes)
         EndAction(p.second);
     m_processes.clear();
+    m_lastProcess = nullptr;
     m_threads.clear();
     m_lastThread = nullptr;
     m_havePid = false;
@@ -847,6 +856,7 @@ void Analyzer::Finish()
     for (auto& p : m_processes)
         EndAction(p.second);
     m_processes.clear();
+    m_lastProcess = nullptr;
     std::sort(m_slowHeap.begin(), m_slowHeap.end(),
               [](const std::pair<double, CallRef>& a, const std::pair<double, CallRef>& b) { return a.first > b.first; });
     m_summary.slowest.clear();

@@ -12,6 +12,7 @@
 #include <deque>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace swltrace
@@ -110,6 +111,10 @@ private:
     std::unordered_map<uint64_t, ThreadState> m_threads;
     std::unordered_map<uint32_t, ProcessState> m_processes;
     ThreadState* m_lastThread = nullptr;
+    ProcessState* m_lastProcess = nullptr;
+    uint32_t m_lastProcessPid = 0;
+    std::unordered_set<std::string_view> m_actionNames;  // views of literals and of the log's names
+    bool m_render = false;    // build items for the sink, not only the summary
     ThreadId m_lastWritten;
     bool m_anyWritten = false;
     std::string m_file;              // the file being read

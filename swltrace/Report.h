@@ -148,6 +148,8 @@ class ReportSink
 public:
     virtual ~ReportSink() = default;
     virtual void Begin(const Header& header) = 0;
+    // False when only End's summary is wanted: the analysis then builds no items.
+    virtual bool WantsItems() const { return true; }
     // The items that follow belong to this thread (action: its process's current custom action).
     virtual void Thread(const ThreadId& thread, const std::string& file, const std::string& action) = 0;
     virtual void Emit(const Item& item) = 0;

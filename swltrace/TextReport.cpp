@@ -94,6 +94,8 @@ public:
         }
     }
 
+    bool WantsItems() const override { return !m_summaryOnly; }
+
     void Thread(const ThreadId& t, const std::string& file, const std::string& action) override
     {
         if (m_summaryOnly)

@@ -7,15 +7,28 @@ namespace
 {
 const size_t kMaxComponent = 64;
 
+// Value of each byte as a hex digit, or -1.
+struct HexTable
+{
+    signed char value[256];
+    HexTable()
+    {
+        for (int i = 0; i < 256; ++i)
+            value[i] = -1;
+        for (int i = 0; i < 10; ++i)
+            value['0' + i] = static_cast<signed char>(i);
+        for (int i = 0; i < 6; ++i)
+        {
+            value['A' + i] = static_cast<signed char>(10 + i);
+            value['a' + i] = static_cast<signed char>(10 + i);
+        }
+    }
+};
+const HexTable kHex;
+
 int HexDigit(char c)
 {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
+    return kHex.value[static_cast<unsigned char>(c)];
 }
 
 // Reads hex digits from p up to the delimiter; false when there are none, more
@@ -80,6 +93,47 @@ bool ContainsException(std::string_view s)
     return false;
 }
 
+uint64_t Load8(const char* p)
+{
+    uint64_t w;
+    std::memcpy(&w, p, 8);
+    return w;
+}
+
+// Non-zero when a byte of w is zero.
+uint64_t HasZeroByte(uint64_t w)
+{
+    return (w - 0x0101010101010101ULL) & ~w & 0x8080808080808080ULL;
+}
+
+// One pass over the message, eight bytes at a time: bytes above 0x7F, tabs,
+// and an 'x' (which every "exception" has) before looking for the word itself.
+void ScanMessage(std::string_view m, TraceLine& out)
+{
+    const char* p = m.data();
+    const char* end = p + m.size();
+    uint64_t high = 0;
+    uint64_t tab = 0;
+    uint64_t x = 0;
+    for (; end - p >= 8; p += 8)
+    {
+        const uint64_t w = Load8(p);
+        high |= w & 0x8080808080808080ULL;
+        tab |= HasZeroByte(w ^ 0x0909090909090909ULL);
+        x |= HasZeroByte((w | 0x2020202020202020ULL) ^ 0x7878787878787878ULL);
+    }
+    for (; p < end; ++p)
+    {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        high |= c & 0x80;
+        tab |= c == '\t';
+        x |= (c | 0x20) == 'x';
+    }
+    out.highBytes = high != 0;
+    out.tabs = tab != 0;
+    out.exception = x != 0 && ContainsException(m);
+}
+
 std::string_view TrimSpaces(std::string_view s)
 {
     while (!s.empty() && s.front() == ' ')
@@ -93,8 +147,12 @@ std::string_view TrimSpaces(std::string_view s)
 // parentheses, a colon.
 bool ParseFault(std::string_view m, TraceLine& out)
 {
-    size_t open = m.find(" (");
-    if (open == std::string_view::npos || open == 0 || open > 260)
+    // The file name ends at the first blank, and a parenthesis follows it.
+    const void* blank = std::memchr(m.data(), ' ', m.size() < 261 ? m.size() : 261);
+    if (blank == nullptr)
+        return false;
+    const size_t open = static_cast<size_t>(static_cast<const char*>(blank) - m.data());
+    if (open == 0 || open + 1 >= m.size() || m[open + 1] != '(')
         return false;
     std::string_view file = m.substr(0, open);
     if (file.find('.') == std::string_view::npos || file.find_first_of(" \t") != std::string_view::npos)
@@ -158,7 +216,7 @@ void Classify(TraceLine& out)
     }
     else if (!m.empty() && m.front() != ' ')
         ParseFault(m, out);
-    out.exception = ContainsException(m);
+    ScanMessage(m, out);
 }
 } // namespace
 

@@ -39,6 +39,8 @@ struct TraceLine
     std::string_view text;      // MsiLog: the logged text; Fault: the text after "): "
     int sourceLine = 0;         // Fault: the line number in the source file
     bool exception = false;     // the message reports an exception
+    bool highBytes = false;     // the message has bytes above 0x7F
+    bool tabs = false;          // the message has a tab
 };
 
 // Splits line (without its line end) into out. out's views point into line.

@@ -55,6 +55,13 @@ public:
         for (auto& s : m_sinks)
             s->Begin(h);
     }
+    bool WantsItems() const override
+    {
+        for (auto& s : m_sinks)
+            if (s->WantsItems())
+                return true;
+        return false;
+    }
     void Thread(const swltrace::ThreadId& t, const std::string& file, const std::string& action) override
     {
         for (auto& s : m_sinks)
