@@ -30,6 +30,9 @@ pkgs[xauth]=xauth          # xvfb-run needs it; it is only a recommendation of x
 pkgs[xdotool]=xdotool
 pkgs[import]=imagemagick
 pkgs[python3]=python3
+pkgs[g++]=g++              # the native build of the support tool swltrace
+pkgs[chromium]=chromium    # opens swltrace's HTML report in the tests
+pkgs[timeout]=coreutils
 pkgs[flock]=util-linux
 # Packages with no command of their own above.
 extra_pkgs="wine64 mingw-w64-tools googletest"

@@ -1,0 +1,284 @@
+#include "TraceLine.h"
+#include <cstring>
+
+namespace swltrace
+{
+namespace
+{
+const size_t kMaxComponent = 64;
+
+// Value of each byte as a hex digit, or -1.
+struct HexTable
+{
+    signed char value[256];
+    HexTable()
+    {
+        for (int i = 0; i < 256; ++i)
+            value[i] = -1;
+        for (int i = 0; i < 10; ++i)
+            value['0' + i] = static_cast<signed char>(i);
+        for (int i = 0; i < 6; ++i)
+        {
+            value['A' + i] = static_cast<signed char>(10 + i);
+            value['a' + i] = static_cast<signed char>(10 + i);
+        }
+    }
+};
+const HexTable kHex;
+
+int HexDigit(char c)
+{
+    return kHex.value[static_cast<unsigned char>(c)];
+}
+
+// Reads hex digits from p up to the delimiter; false when there are none, more
+// than maxDigits, or another character comes first.
+bool ReadHex(const char*& p, const char* end, char delimiter, size_t maxDigits, uint64_t& value)
+{
+    value = 0;
+    size_t digits = 0;
+    while (p < end && *p != delimiter)
+    {
+        int d = HexDigit(*p);
+        if (d < 0 || ++digits > maxDigits)
+            return false;
+        value = (value << 4) | static_cast<uint64_t>(d);
+        ++p;
+    }
+    if (p == end || digits == 0)
+        return false;
+    ++p;  // the delimiter
+    return true;
+}
+
+bool Expect(const char*& p, const char* end, const char* literal, size_t n)
+{
+    if (static_cast<size_t>(end - p) < n || std::memcmp(p, literal, n) != 0)
+        return false;
+    p += n;
+    return true;
+}
+
+bool Digits(const char* p, int n, int& value)
+{
+    value = 0;
+    for (int i = 0; i < n; ++i)
+    {
+        if (p[i] < '0' || p[i] > '9')
+            return false;
+        value = value * 10 + (p[i] - '0');
+    }
+    return true;
+}
+
+bool StartsWith(std::string_view s, std::string_view prefix)
+{
+    return s.size() >= prefix.size() && std::memcmp(s.data(), prefix.data(), prefix.size()) == 0;
+}
+
+bool ContainsException(std::string_view s)
+{
+    // "exception" in any case; checked only where an 'x' follows an 'e'.
+    for (size_t i = 1; i + 8 <= s.size(); ++i)
+    {
+        if ((s[i] | 0x20) != 'x' || (s[i - 1] | 0x20) != 'e')
+            continue;
+        static const char rest[] = "ception";
+        size_t k = 0;
+        while (k < 7 && (s[i + 1 + k] | 0x20) == rest[k])
+            ++k;
+        if (k == 7)
+            return true;
+    }
+    return false;
+}
+
+uint64_t Load8(const char* p)
+{
+    uint64_t w;
+    std::memcpy(&w, p, 8);
+    return w;
+}
+
+// Non-zero when a byte of w is zero.
+uint64_t HasZeroByte(uint64_t w)
+{
+    return (w - 0x0101010101010101ULL) & ~w & 0x8080808080808080ULL;
+}
+
+// One pass over the message, eight bytes at a time: bytes above 0x7F, tabs,
+// and an 'x' (which every "exception" has) before looking for the word itself.
+void ScanMessage(std::string_view m, TraceLine& out)
+{
+    const char* p = m.data();
+    const char* end = p + m.size();
+    uint64_t high = 0;
+    uint64_t tab = 0;
+    uint64_t x = 0;
+    for (; end - p >= 8; p += 8)
+    {
+        const uint64_t w = Load8(p);
+        high |= w & 0x8080808080808080ULL;
+        tab |= HasZeroByte(w ^ 0x0909090909090909ULL);
+        x |= HasZeroByte((w | 0x2020202020202020ULL) ^ 0x7878787878787878ULL);
+    }
+    for (; p < end; ++p)
+    {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        high |= c & 0x80;
+        tab |= c == '\t';
+        x |= (c | 0x20) == 'x';
+    }
+    out.highBytes = high != 0;
+    out.tabs = tab != 0;
+    out.exception = x != 0 && ContainsException(m);
+}
+
+std::string_view TrimSpaces(std::string_view s)
+{
+    while (!s.empty() && s.front() == ' ')
+        s.remove_prefix(1);
+    while (!s.empty() && s.back() == ' ')
+        s.remove_suffix(1);
+    return s;
+}
+
+// "File.cpp (123): text": a file name without blanks, a blank, the line in
+// parentheses, a colon.
+bool ParseFault(std::string_view m, TraceLine& out)
+{
+    // The file name ends at the first blank, and a parenthesis follows it.
+    const void* blank = std::memchr(m.data(), ' ', m.size() < 261 ? m.size() : 261);
+    if (blank == nullptr)
+        return false;
+    const size_t open = static_cast<size_t>(static_cast<const char*>(blank) - m.data());
+    if (open == 0 || open + 1 >= m.size() || m[open + 1] != '(')
+        return false;
+    std::string_view file = m.substr(0, open);
+    if (file.find('.') == std::string_view::npos || file.find_first_of(" \t") != std::string_view::npos)
+        return false;
+    size_t p = open + 2;
+    int line = 0;
+    size_t digits = 0;
+    while (p < m.size() && m[p] >= '0' && m[p] <= '9' && digits < 9)
+    {
+        line = line * 10 + (m[p] - '0');
+        ++p;
+        ++digits;
+    }
+    if (digits == 0 || m.substr(p, 2) != "):")
+        return false;
+    out.kind = MessageKind::Fault;
+    out.name = file;
+    out.sourceLine = line;
+    out.text = m.substr(p + 2);
+    if (!out.text.empty() && out.text.front() == ' ')
+        out.text.remove_prefix(1);
+    return true;
+}
+
+void Classify(TraceLine& out)
+{
+    std::string_view m = out.message;
+    out.kind = MessageKind::Plain;
+    out.name = {};
+    out.result = {};
+    out.text = {};
+    out.sourceLine = 0;
+    if (StartsWith(m, "ENTRY:"))
+    {
+        out.kind = MessageKind::Entry;
+        out.name = TrimSpaces(m.substr(6));
+    }
+    else if (StartsWith(m, "EXIT:"))
+    {
+        out.kind = MessageKind::Exit;
+        std::string_view rest = TrimSpaces(m.substr(5));
+        out.name = rest;
+        size_t comma = rest.rfind(", ");
+        if (comma != std::string_view::npos)
+        {
+            std::string_view result = rest.substr(comma + 2);
+            if (StartsWith(result, "bReturn=") || StartsWith(result, "nReturn=") ||
+                StartsWith(result, "res.ulErrCode=") || StartsWith(result, "HRESULT="))
+            {
+                out.name = rest.substr(0, comma);
+                out.result = result;
+            }
+        }
+    }
+    else if (StartsWith(m, "(MSI LOG ENTRY)"))
+    {
+        out.kind = MessageKind::MsiLog;
+        out.text = m.substr(15);
+        if (!out.text.empty() && out.text.front() == ' ')
+            out.text.remove_prefix(1);
+    }
+    else if (!m.empty() && m.front() != ' ')
+        ParseFault(m, out);
+    ScanMessage(m, out);
+}
+} // namespace
+
+ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
+{
+    const char* p = line.data();
+    const char* end = p + line.size();
+
+    const void* tab = std::memchr(p, '\t', line.size() < kMaxComponent ? line.size() : kMaxComponent);
+    if (tab == nullptr || tab == p)
+        return ParseResult::NotOurs;
+    const char* t = static_cast<const char*>(tab);
+    for (const char* c = p; c < t; ++c)
+        if (static_cast<unsigned char>(*c) < 0x20)
+            return ParseResult::NotOurs;
+    out.component = std::string_view(p, static_cast<size_t>(t - p));
+    p = t + 1;
+    if (!Expect(p, end, "PID:", 4))
+        return ParseResult::NotOurs;
+
+    uint64_t value = 0;
+    if (!ReadHex(p, end, '\t', 8, value))
+        return ParseResult::Cut;
+    out.pid = static_cast<uint32_t>(value);
+    if (!Expect(p, end, "TID:", 4) || !ReadHex(p, end, '\t', 8, value))
+        return ParseResult::Cut;
+    out.tid = static_cast<uint32_t>(value);
+
+    // hh:mm:ss.mmm
+    int h, m, s, ms;
+    if (end - p < 13 || p[2] != ':' || p[5] != ':' || p[8] != '.' || p[12] != '\t' || !Digits(p, 2, h) ||
+        !Digits(p + 3, 2, m) || !Digits(p + 6, 2, s) || !Digits(p + 9, 3, ms) || h > 23 || m > 59 || s > 59)
+        return ParseResult::Cut;
+    out.clockMs = ((h * 60 + m) * 60 + s) * 1000 + ms;
+    p += 13;
+
+    if (!Expect(p, end, "(", 1) || !ReadHex(p, end, ')', 16, value) || !Expect(p, end, "\t", 1))
+        return ParseResult::Cut;
+    out.counter = value;
+
+    out.message = std::string_view(p, static_cast<size_t>(end - p));
+    Classify(out);
+    return ParseResult::Ok;
+}
+
+size_t FindEmbeddedLine(std::string_view line, std::string_view component)
+{
+    if (component.empty())
+        return std::string_view::npos;
+    // The first "\tPID:" is this line's own; look behind it.
+    size_t own = line.find("\tPID:");
+    if (own == std::string_view::npos)
+        return std::string_view::npos;
+    size_t from = own + 5;
+    while (true)
+    {
+        size_t at = line.find("\tPID:", from);
+        if (at == std::string_view::npos)
+            return std::string_view::npos;
+        if (at >= component.size() && line.substr(at - component.size(), component.size()) == component)
+            return at - component.size();
+        from = at + 5;
+    }
+}
+} // namespace swltrace

@@ -1,0 +1,53 @@
+#pragma once
+// One line of the trace file, split into its fields without copying:
+//   COMPONENT \t PID:hex \t TID:hex \t hh:mm:ss.mmm \t (HEXCOUNTER) \t message
+// and the message read for what it says: a function's ENTRY or EXIT, a line
+// that also went to the Installer log, a fault with its source position, an
+// exception.
+#include <cstdint>
+#include <string_view>
+
+namespace swltrace
+{
+enum class ParseResult
+{
+    Ok,
+    NotOurs,  // does not start with a component name and "\tPID:"
+    Cut       // starts like ours but a field is missing or broken
+};
+
+enum class MessageKind
+{
+    Plain,
+    Entry,      // "ENTRY:  Name"
+    Exit,       // "EXIT:  Name" or "EXIT:  Name, bReturn=..." (nReturn, res.ulErrCode, HRESULT)
+    MsiLog,     // "(MSI LOG ENTRY) text": the same text is in the Installer log
+    Fault       // "File.cpp (123): text"
+};
+
+struct TraceLine
+{
+    std::string_view component;
+    uint32_t pid = 0;
+    uint32_t tid = 0;
+    int32_t clockMs = 0;        // local time, milliseconds since midnight
+    uint64_t counter = 0;       // performance counter, raw ticks
+    std::string_view message;
+    MessageKind kind = MessageKind::Plain;
+    std::string_view name;      // Entry/Exit: the function; Fault: the source file
+    std::string_view result;    // Exit: "bReturn=true" and the like, or empty
+    std::string_view text;      // MsiLog: the logged text; Fault: the text after "): "
+    int sourceLine = 0;         // Fault: the line number in the source file
+    bool exception = false;     // the message reports an exception
+    bool highBytes = false;     // the message has bytes above 0x7F
+    bool tabs = false;          // the message has a tab
+};
+
+// Splits line (without its line end) into out. out's views point into line.
+ParseResult ParseTraceLine(std::string_view line, TraceLine& out);
+
+// Where, after the start, another trace line begins inside this one (a line cut
+// off by a crash, followed by the next writer's line), or npos. component is
+// the name the file's lines carry ("SWL").
+size_t FindEmbeddedLine(std::string_view line, std::string_view component);
+} // namespace swltrace

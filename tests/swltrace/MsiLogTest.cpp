@@ -1,0 +1,168 @@
+// The verbose Installer log in Wine's and Windows' formats, and the trace
+// merged with it: actions matched on process, clock and name.
+#include "Recorder.h"
+#include "Reports.h"
+#include <gtest/gtest.h>
+#include <fstream>
+#include <sstream>
+
+using namespace swltrace;
+
+namespace
+{
+const MsiAction* Find(const MsiLog& log, const std::string& name)
+{
+    for (const MsiAction& a : log.actions)
+        if (a.name == name)
+            return &a;
+    return nullptr;
+}
+} // namespace
+
+TEST(MsiLogTest, ReadsWinesLogWhereAFailedActionEndsWithZero)
+{
+    MsiLog log;
+    Warnings w(nullptr);
+    ASSERT_TRUE(ReadMsiLog(DataFile("real/win7-os-check-fails.install.log"), log, w));
+    EXPECT_FALSE(log.windowsFormat);
+    const MsiAction* os = Find(log, "VerifyOSOrWarn");
+    const MsiAction* admin = Find(log, "VerifyAdminOrWarn");
+    ASSERT_TRUE(os && admin);
+    EXPECT_EQ(os->opening, "VerifyOSOrWarn()");
+    EXPECT_EQ(os->returnValue, 0);
+    EXPECT_TRUE(os->failed);
+    EXPECT_EQ(log.Outcome(*os), "failed");
+    EXPECT_EQ(log.Outcome(*admin), "success");
+    EXPECT_EQ(admin->infoLines, 3);
+    // INSTALL fails after it, so VerifyOSOrWarn is the first failure.
+    ASSERT_GE(log.firstFailing, 0);
+    EXPECT_EQ(log.actions[static_cast<size_t>(log.firstFailing)].name, "VerifyOSOrWarn");
+    EXPECT_EQ(w.Total(), 0u);
+}
+
+TEST(MsiLogTest, ReadsWindowsLogWithServerEntryPointAndErrorCode)
+{
+    MsiLog log;
+    Warnings w(nullptr);
+    ASSERT_TRUE(ReadMsiLog(DataFile("windows-verbose.log"), log, w));
+    EXPECT_TRUE(log.windowsFormat);
+    const MsiAction* admin = Find(log, "VerifyAdminOrWarn");
+    const MsiAction* services = Find(log, "AddServices");
+    const MsiAction* drivers = Find(log, "InstallDrivers");
+    ASSERT_TRUE(admin && services && drivers);
+    EXPECT_EQ(admin->entryPoint, "VerifyAdminOrWarn");
+    EXPECT_EQ(admin->serverPid, 6700u);
+    EXPECT_EQ(admin->opening, "VerifyAdminOrWarn()");
+    EXPECT_TRUE(services->deferred);
+    EXPECT_EQ(services->opening, "AddServices()");
+    EXPECT_EQ(services->endLine, 21u);  // where the script's next action starts
+    EXPECT_EQ(drivers->errorCode, 31);
+    EXPECT_EQ(drivers->returnValue, 3);
+    EXPECT_EQ(log.Outcome(*drivers), "failed (error code 31)");
+    EXPECT_EQ(log.actions[static_cast<size_t>(log.firstFailing)].name, "InstallDrivers");
+}
+
+TEST(MsiLogTest, JoinsTheTwoTextFieldsOfARecordAsTheTraceDoes)
+{
+    std::string field1;
+    std::string text;
+    ASSERT_TRUE(ParseInfoRecord("1:  2: Request to update driver failed for  3: PCI\\VEN_1 ", field1, text));
+    EXPECT_EQ(field1, "");
+    EXPECT_EQ(text, "Request to update driver failed for PCI\\VEN_1");
+    ASSERT_TRUE(ParseInfoRecord("1: [14:02:11] 2: InstallDrivers() ", field1, text));
+    EXPECT_EQ(field1, "[14:02:11]");
+    EXPECT_EQ(text, "InstallDrivers()");
+    EXPECT_FALSE(ParseInfoRecord("Property(S): ALLUSERS = 1", field1, text));
+}
+
+TEST(MsiLogTest, ALogThatIsNoneIsNamedAsSuch)
+{
+    MsiLog log;
+    Warnings w(nullptr);
+    EXPECT_TRUE(ReadMsiLog(DataFile("calls.txt"), log, w));
+    EXPECT_EQ(WarnedLines(w, "msilog"), std::vector<uint64_t>{0});
+    EXPECT_FALSE(ReadMsiLog(DataFile("no-such.log"), log, w));
+}
+
+TEST(MergeTest, TraceLinesRunInsideTheActionsOfTheLog)
+{
+    MsiLog log;
+    Warnings w(nullptr);
+    ASSERT_TRUE(ReadMsiLog(DataFile("windows-verbose.log"), log, w));
+    Recorder r;
+    Analyse(r, w, {"windows-trace.txt"}, &log);
+    std::vector<std::string> matched;
+    for (const ActionRun& a : r.summary.actions)
+    {
+        ASSERT_GE(a.msiIndex, 0) << a.name;
+        EXPECT_EQ(log.actions[static_cast<size_t>(a.msiIndex)].name, a.name);
+        matched.push_back(a.name);
+    }
+    EXPECT_EQ(matched, (std::vector<std::string>{"VerifyAdminOrWarn", "AddServices", "InstallDrivers"}));
+    ASSERT_EQ(r.summary.faults.size(), 1u);
+    EXPECT_EQ(r.summary.faults[0].action, "InstallDrivers");
+}
+
+TEST(MergeTest, ATraceFromAnotherTimeIsNotMatched)
+{
+    MsiLog log;
+    Warnings w(nullptr);
+    ASSERT_TRUE(ReadMsiLog(DataFile("windows-verbose.log"), log, w));
+    // VerifyAdminOrWarn runs at the log's time, then an hour earlier on
+    // another day, then VerifyOSOrWarn a minute later: only the first is the log's.
+    Recorder r;
+    Analyse(r, w, {"appended-days.txt"}, &log);
+    ASSERT_EQ(r.summary.actions.size(), 3u);
+    EXPECT_EQ(r.summary.actions[0].firstLine, 1u);
+    EXPECT_GE(r.summary.actions[0].msiIndex, 0);
+    EXPECT_EQ(r.summary.actions[1].firstLine, 5u);
+    EXPECT_EQ(r.summary.actions[1].msiIndex, -1);
+    EXPECT_EQ(r.summary.actions[2].name, "VerifyOSOrWarn");
+    EXPECT_EQ(r.summary.actions[2].msiIndex, -1);
+}
+
+// Every real scenario: the whole install is a tree under its custom actions,
+// and the failing action is the one the scenario expects.
+TEST(MergeTest, RealScenariosShowTheInstallUnderItsActions)
+{
+    std::ifstream list(DataFile("real/scenarios.txt"));
+    std::string row;
+    int scenarios = 0;
+    while (std::getline(list, row))
+    {
+        std::istringstream fields(row);
+        std::string trace, logName, failing;
+        if (!(fields >> trace >> logName >> failing) || trace[0] == '#')
+            continue;
+        ++scenarios;
+        SCOPED_TRACE(trace + " with " + logName);
+        MsiLog log;
+        Warnings w(nullptr);
+        ASSERT_TRUE(ReadMsiLog(DataFile("real/" + logName), log, w));
+        if (failing == "-")
+            EXPECT_LT(log.firstFailing, 0);
+        else
+        {
+            ASSERT_GE(log.firstFailing, 0);
+            EXPECT_EQ(log.actions[static_cast<size_t>(log.firstFailing)].name, failing);
+        }
+        Recorder r;
+        Analyse(r, w, {"real/" + trace}, &log);
+        // Every custom action the log shows our lines for is found in the trace.
+        std::vector<bool> found(log.actions.size(), false);
+        for (const ActionRun& a : r.summary.actions)
+            if (a.msiIndex >= 0)
+                found[static_cast<size_t>(a.msiIndex)] = true;
+        for (size_t i = 0; i < log.actions.size(); ++i)
+            if (log.actions[i].infoLines > 0 && !log.actions[i].opening.empty() &&
+                log.actions[i].opening.find('(') != std::string::npos && log.actions[i].name != "INSTALL")
+                EXPECT_TRUE(found[i]) << log.actions[i].name;
+        // Every line of ours ran inside some custom action.
+        uint64_t inActions = 0;
+        for (const ActionRun& a : r.summary.actions)
+            inActions += a.lines;
+        EXPECT_EQ(inActions, r.summary.traceLines);
+        EXPECT_EQ(r.summary.neverReturnedCount, 0u);
+    }
+    EXPECT_GE(scenarios, 2);
+}

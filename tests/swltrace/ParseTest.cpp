@@ -1,0 +1,206 @@
+// Reading single trace lines, text in any encoding, and files line by line.
+#include "LineReader.h"
+#include "Text.h"
+#include "TraceLine.h"
+#include <gtest/gtest.h>
+#include <cstdio>
+#include <random>
+#include <string>
+
+using namespace swltrace;
+
+TEST(TraceLineTest, SplitsTheFieldsOfALineTheLibraryWrote)
+{
+    TraceLine t;
+    ASSERT_EQ(ParseTraceLine("SWL\tPID:130\tTID:154\t02:38:43.360\t(16B4FE7A7F)\tEXIT:  IsOSSupported, bReturn=false", t),
+              ParseResult::Ok);
+    EXPECT_EQ(t.component, "SWL");
+    EXPECT_EQ(t.pid, 0x130u);
+    EXPECT_EQ(t.tid, 0x154u);
+    EXPECT_EQ(t.clockMs, ((2 * 60 + 38) * 60 + 43) * 1000 + 360);
+    EXPECT_EQ(t.counter, 0x16B4FE7A7Full);
+    EXPECT_EQ(t.kind, MessageKind::Exit);
+    EXPECT_EQ(t.name, "IsOSSupported");
+    EXPECT_EQ(t.result, "bReturn=false");
+}
+
+TEST(TraceLineTest, ReadsWhatEachMessageSays)
+{
+    struct Case
+    {
+        const char* message;
+        MessageKind kind;
+        const char* name;
+        const char* result;
+        const char* text;
+        bool exception;
+    } cases[] = {
+        {"ENTRY:  COSType::COSType", MessageKind::Entry, "COSType::COSType", "", "", false},
+        {"EXIT:  COSType::GetOSType, nReturn=-19", MessageKind::Exit, "COSType::GetOSType", "nReturn=-19", "", false},
+        {"EXIT:  Run, res.ulErrCode=31", MessageKind::Exit, "Run", "res.ulErrCode=31", "", false},
+        {"EXIT:  Query, HRESULT=0X80041003", MessageKind::Exit, "Query", "HRESULT=0X80041003", "", false},
+        {"EXIT:  COSType::ApplyOverride", MessageKind::Exit, "COSType::ApplyOverride", "", "", false},
+        // A comma in the name that is no result stays in the name.
+        {"EXIT:  Split, then join", MessageKind::Exit, "Split, then join", "", "", false},
+        {"(MSI LOG ENTRY) InstallDrivers() - Exit", MessageKind::MsiLog, "", "", "InstallDrivers() - Exit", false},
+        {"SupportFiles.cpp (123): SetupFiles: cannot extract", MessageKind::Fault, "SupportFiles.cpp", "",
+         "SetupFiles: cannot extract", false},
+        {"CustomAction.h (21): Delay: exception caught: bad_alloc", MessageKind::Fault, "CustomAction.h", "",
+         "Delay: exception caught: bad_alloc", true},
+        {"CKesDebug::Error - EXCEPTION DURING DEBUG PRINT.", MessageKind::Plain, "", "", "", true},
+        {"Service state (4): running", MessageKind::Plain, "", "", "", false},  // no file name
+        {"Deleting file 'C:\\x (1).txt'", MessageKind::Plain, "", "", "", false},
+    };
+    for (const Case& c : cases)
+    {
+        TraceLine t;
+        const std::string line = std::string("SWL\tPID:1\tTID:2\t00:00:00.000\t(1)\t") + c.message;
+        ASSERT_EQ(ParseTraceLine(line, t), ParseResult::Ok) << c.message;
+        EXPECT_EQ(t.kind, c.kind) << c.message;
+        EXPECT_EQ(t.name, c.name) << c.message;
+        EXPECT_EQ(t.result, c.result) << c.message;
+        if (c.kind == MessageKind::MsiLog || c.kind == MessageKind::Fault)
+            EXPECT_EQ(t.text, c.text) << c.message;
+        EXPECT_EQ(t.exception, c.exception) << c.message;
+    }
+    TraceLine fault;
+    ParseTraceLine("SWL\tPID:1\tTID:2\t00:00:00.000\t(1)\tKesSecure.cpp (57): x", fault);
+    EXPECT_EQ(fault.sourceLine, 57);
+}
+
+TEST(TraceLineTest, TellsForeignLinesFromCutOnes)
+{
+    struct Case
+    {
+        const char* line;
+        ParseResult result;
+    } cases[] = {
+        {"", ParseResult::NotOurs},
+        {"hello world", ParseResult::NotOurs},
+        {"2024-01-02 10:11:12\t[INFO]\tother", ParseResult::NotOurs},
+        {"SWL\tPID:", ParseResult::Cut},
+        {"SWL\tPID:130\tTID:154\t02:38", ParseResult::Cut},
+        {"SWL\tPID:130\tTID:154\t02:38:43.360\t(16B4FE7A", ParseResult::Cut},
+        {"SWL\tPID:130\tTID:154\t25:00:00.000\t(1)\tx", ParseResult::Cut},
+        {"SWL\tPID:xyz\tTID:154\t02:38:43.360\t(1)\tx", ParseResult::Cut},
+        {"SWL\tPID:130\tTID:154\t02:38:43.360\t(1)\t", ParseResult::Ok},
+    };
+    for (const Case& c : cases)
+    {
+        TraceLine t;
+        EXPECT_EQ(ParseTraceLine(c.line, t), c.result) << '"' << c.line << '"';
+    }
+}
+
+TEST(TraceLineTest, FindsTheNextWritersLineBehindACutOne)
+{
+    const std::string next = "SWL\tPID:300\tTID:304\t14:02:11.005\t(1)\tENTRY:  X";
+    EXPECT_EQ(FindEmbeddedLine("SWL\tPID:200\tTID:204\t14:02:11.0" + next, "SWL"), 30u);
+    EXPECT_EQ(FindEmbeddedLine(next, "SWL"), std::string_view::npos);
+    // A message that quotes "\tPID:" without the component is not a line.
+    EXPECT_EQ(FindEmbeddedLine("SWL\tPID:1\tTID:2\t00:00:00.000\t(1)\tsee\tPID:3", "SWL"), std::string_view::npos);
+}
+
+TEST(TextTest, ReadsUtf8AndAnsiAndAlwaysWritesValidUtf8)
+{
+    EXPECT_EQ(DetectEncoding("plain"), TextEncoding::Ascii);
+    EXPECT_EQ(DetectEncoding("M\xC3\xBCller"), TextEncoding::Utf8);
+    EXPECT_EQ(DetectEncoding("M\xFCller"), TextEncoding::Ansi);
+    EXPECT_EQ(DetectEncoding("\xED\xA0\x80"), TextEncoding::Ansi);  // an encoded surrogate is not UTF-8
+    EXPECT_EQ(ToUtf8("M\xC3\xBCller"), "M\xC3\xBCller");
+    EXPECT_EQ(ToUtf8("M\xFCller \x80"), "M\xC3\xBCller \xE2\x82\xAC");
+    EXPECT_EQ(ToUtf8("a\x81" "b\x01"), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+    EXPECT_EQ(CharacterCount("M\xC3\xBCller"), 6u);
+    EXPECT_EQ(CharacterCount("M\xFCller"), 6u);
+
+    // Whatever the bytes, the escaped forms are valid UTF-8 without raw control characters.
+    std::mt19937 random(7);
+    for (int round = 0; round < 500; ++round)
+    {
+        std::string bytes(1 + random() % 40, '\0');
+        for (char& c : bytes)
+            c = static_cast<char>(random() % 256);
+        std::string json;
+        std::string html;
+        AppendJsonEscaped(json, bytes);
+        AppendHtmlEscaped(html, bytes);
+        for (const std::string* out : {&json, &html})
+        {
+            EXPECT_NE(DetectEncoding(*out), TextEncoding::Ansi);
+            for (unsigned char c : *out)
+                EXPECT_TRUE(c >= 0x20 || c == '\t');
+        }
+        EXPECT_EQ(html.find('<'), std::string::npos);
+        for (size_t q = json.find('"'); q != std::string::npos; q = json.find('"', q + 1))
+            EXPECT_EQ(json[q - 1], '\\');
+    }
+}
+
+TEST(TextTest, FormatsDurationsAndClocks)
+{
+    EXPECT_EQ(FormatDuration(0.0125), "12.5 us");
+    EXPECT_EQ(FormatDuration(3.1886), "3.189 ms");  // rounded
+    EXPECT_EQ(FormatDuration(1234.5), "1.234 s");
+    EXPECT_EQ(FormatDuration(-1), "?");
+    EXPECT_EQ(FormatClock(((14 * 60 + 2) * 60 + 11) * 1000 + 5), "14:02:11.005");
+}
+
+namespace
+{
+std::string WriteTemp(const std::string& bytes)
+{
+    char name[] = "/tmp/swltrace-lines-XXXXXX";
+    int fd = mkstemp(name);
+    FILE* f = fdopen(fd, "wb");
+    fwrite(bytes.data(), 1, bytes.size(), f);
+    fclose(f);
+    return name;
+}
+} // namespace
+
+TEST(LineReaderTest, GivesLinesWithoutLineEndsAcrossBlocks)
+{
+    // Lines of every length around the block size, CR LF and LF, no end at the last.
+    std::string bytes;
+    std::vector<std::string> expected;
+    for (int i = 0; bytes.size() < (3u << 20); ++i)
+    {
+        std::string line(static_cast<size_t>(i * 7919 % 5000), static_cast<char>('a' + i % 26));
+        expected.push_back(line);
+        bytes += line + (i % 2 ? "\r\n" : "\n");
+    }
+    bytes += "last";
+    expected.push_back("last");
+    const std::string path = WriteTemp(bytes);
+    LineReader reader(path);
+    std::string_view line;
+    size_t n = 0;
+    while (reader.Next(line))
+    {
+        ASSERT_LT(n, expected.size());
+        ASSERT_EQ(line, expected[n]) << "line " << n + 1;
+        EXPECT_EQ(reader.HadNoLineEnd(), n + 1 == expected.size());
+        ++n;
+    }
+    EXPECT_EQ(n, expected.size());
+    EXPECT_EQ(reader.BytesRead(), bytes.size());
+    std::remove(path.c_str());
+}
+
+TEST(LineReaderTest, CutsALineLongerThanTheLimitAndGoesOn)
+{
+    const std::string path = WriteTemp("short\n" + std::string(5000, 'x') + "\r\nafter\n");
+    LineReader reader(path, 1000);
+    std::string_view line;
+    ASSERT_TRUE(reader.Next(line));
+    EXPECT_EQ(line, "short");
+    ASSERT_TRUE(reader.Next(line));
+    EXPECT_TRUE(reader.WasCut());
+    EXPECT_EQ(line, std::string(1000, 'x'));
+    ASSERT_TRUE(reader.Next(line));
+    EXPECT_FALSE(reader.WasCut());
+    EXPECT_EQ(line, "after");
+    EXPECT_EQ(reader.LineNumber(), 3u);
+    EXPECT_FALSE(reader.Next(line));
+    std::remove(path.c_str());
+}

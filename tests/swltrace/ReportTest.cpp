@@ -1,0 +1,92 @@
+// The text, JSON and HTML reports: what support staff see first, colours,
+// and escaping of whatever bytes the trace holds.
+#include "Recorder.h"
+#include "Reports.h"
+#include "Text.h"
+#include <gtest/gtest.h>
+#include <cstdio>
+
+using namespace swltrace;
+
+namespace
+{
+// Runs files through the report made by make and returns what it wrote.
+template <class Make>
+std::string Report(Make make, const std::vector<std::string>& files, const std::string& msiLog = "")
+{
+    char* buffer = nullptr;
+    size_t size = 0;
+    FILE* out = open_memstream(&buffer, &size);
+    Warnings w(nullptr);
+    MsiLog log;
+    const MsiLog* logPtr = nullptr;
+    if (!msiLog.empty() && ReadMsiLog(DataFile(msiLog), log, w))
+        logPtr = &log;
+    std::unique_ptr<ReportSink> sink = make(out);
+    Header header;
+    header.inputs = files;
+    header.msiLog = logPtr;
+    sink->Begin(header);
+    Analyzer analyzer(Options(), logPtr, sink.get(), w);
+    for (const auto& f : files)
+        analyzer.AddFile(DataFile(f));
+    analyzer.Finish();
+    std::fclose(out);
+    std::string text(buffer, size);
+    std::free(buffer);
+    return text;
+}
+} // namespace
+
+TEST(TextReportTest, NamesTheFailingActionFirstAndTheFaultWithItsCalls)
+{
+    const std::string text =
+        Report([](FILE* f) { return MakeTextReport(f, false, false); }, {"windows-trace.txt"}, "windows-verbose.log");
+    const size_t failing = text.find("First failing action: InstallDrivers");
+    const size_t tree = text.find("=== ");
+    ASSERT_NE(failing, std::string::npos);
+    ASSERT_NE(tree, std::string::npos);
+    EXPECT_LT(failing, tree);
+    EXPECT_NE(text.find("--- custom action InstallDrivers [Installer log: 14:02:11-14:02:11, failed (error code 31)"),
+              std::string::npos);
+    EXPECT_NE(text.find("14:02:11.496 UpdateDriverForDevices  24.000 ms  nReturn=31"), std::string::npos);
+    EXPECT_NE(text.find("    [FAULT] KesSecure.cpp (57)"), std::string::npos);
+    EXPECT_NE(text.find("open calls: UpdateDriverForDevices > KesSafeCopy"), std::string::npos);
+    EXPECT_EQ(text.find('\x1b'), std::string::npos);
+}
+
+TEST(TextReportTest, ColoursOnlyWhenAskedAndSummaryAlone)
+{
+    const std::string colour = Report([](FILE* f) { return MakeTextReport(f, true, false); }, {"calls.txt"});
+    EXPECT_NE(colour.find("\x1b[31m"), std::string::npos);
+    const std::string summary = Report([](FILE* f) { return MakeTextReport(f, false, true); }, {"calls.txt"});
+    EXPECT_EQ(summary.find("=== calls.txt"), std::string::npos);
+    EXPECT_NE(summary.find("Calls that never returned (2)"), std::string::npos);
+    EXPECT_NE(summary.find("STARTService"), std::string::npos);
+}
+
+TEST(JsonReportTest, CarriesTreesSummaryAndWarningsAsValidUtf8)
+{
+    const std::string json = Report([](FILE* f) { return MakeJsonReport(f); }, {"ansi.txt", "calls.txt"});
+    EXPECT_NE(DetectEncoding(json), TextEncoding::Ansi);
+    EXPECT_NE(json.find("\"text\": \"(MSI LOG ENTRY) Opening Key: C:\\\\Users\\\\M\xC3\xBCller\\\\Temp\""),
+              std::string::npos)
+        << "the Installer-log text, read as Windows-1252";
+    EXPECT_NE(json.find("control \\u0001 byte and \xEF\xBF\xBD undefined byte \\\"quoted\\\""), std::string::npos);
+    EXPECT_NE(json.find("\"type\": \"call\", \"id\": "), std::string::npos);
+    EXPECT_NE(json.find("\"status\": \"never_returned\""), std::string::npos);
+    EXPECT_NE(json.find("\"open_calls\": [\"EnumerateDeviceMgrForSupportedDevices\", \"QueryWmi\"]"), std::string::npos);
+    EXPECT_NE(json.find("\"kind\": \"ansi\""), std::string::npos);
+    EXPECT_EQ(json.back(), '\n');
+}
+
+TEST(HtmlReportTest, EscapesTheTraceAndNeedsNoNetwork)
+{
+    const std::string html = Report([](FILE* f) { return MakeHtmlReport(f); }, {"ansi.txt"});
+    EXPECT_NE(html.find("&quot;quoted&quot; &lt;tag&gt; &amp; done"), std::string::npos);
+    EXPECT_EQ(html.find("<tag>"), std::string::npos);
+    EXPECT_EQ(html.find("http://"), std::string::npos);
+    EXPECT_EQ(html.find("https://"), std::string::npos);
+    EXPECT_NE(html.find("<script>"), std::string::npos);
+    EXPECT_NE(html.rfind("</html>"), std::string::npos);
+}
