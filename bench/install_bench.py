@@ -1,0 +1,145 @@
+#!/usr/bin/env python3
+"""What our custom actions cost an install: the sample package installed and removed through the
+launcher on a simulated 7xxx, three times in fresh prefixes of one machine:
+
+  with        the package as shipped, tracing off: the wall times that count;
+  traced      the same with tracing on: where the time goes (each action's span, the waits);
+  without     every custom action of ours switched off (condition 0 in the sequence).
+
+The ratio with/without is taken after removing the waits that the actions must make: Delay's
+one-second pause, the waits for the programs they start (MSIExec_Execute, MSIExec_ExecWithPBUpdate)
+and InstallCRT's pause after the runtime installer. Prints figures only; it asserts nothing.
+
+  install_bench.py --build DIR
+"""
+
+import argparse, re, shutil, subprocess, sys, time
+from collections import defaultdict
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT / "tests/e2e"))
+import swl_scenarios as e2e  # noqa: E402
+from scenarios import full_package  # noqa: E402
+
+TRACE = r"C:\SWLDBG.txt"
+WAIT_SCOPES = ("Delay", "MSIExec_Execute", "MSIExec_ExecWithPBUpdate")
+INSTALL_CRT_PAUSE = 0.2
+LINE = re.compile(r"SWL\tPID:(\w+)\tTID:(\w+)\t(\d\d):(\d\d):(\d\d)\.(\d{3})\t\((\w+)\)\t(.*)")
+
+
+def seconds(m):
+    return int(m[3]) * 3600 + int(m[4]) * 60 + int(m[5]) + int(m[6]) / 1000
+
+
+def trace_spans(path):
+    """(waits in s, {action: s}) from a trace file: scope spans by ENTRY/EXIT per thread, action spans from
+    the action's first to its last Installer-log line ("Name()" ... "Name() - Exit" or "Name : Exit")."""
+    waits, open_scopes, actions = 0.0, defaultdict(list), {}
+    for raw in path.read_bytes().decode("cp1252", "replace").splitlines():
+        m = LINE.match(raw)
+        if not m:
+            continue
+        thread, text, t = (m[1], m[2]), m[8], seconds(m)
+        if text.startswith("ENTRY:  "):
+            open_scopes[thread].append((text[8:].strip(), t))
+        elif text.startswith("EXIT:  ") and open_scopes[thread]:
+            name, start = open_scopes[thread].pop()
+            if name in WAIT_SCOPES:
+                waits += t - start
+        elif text.startswith("(MSI LOG ENTRY) "):
+            line = text[16:]
+            name = re.match(r"(?:Entering )?(\w+)", line)
+            if name and (line.endswith("()") or line.startswith("Entering ")):
+                actions.setdefault(name[1], [t, t])
+            for action in actions:
+                if line.startswith(action):
+                    actions[action][1] = t
+    return waits, {a: end - start for a, (start, end) in actions.items()}
+
+
+def switched_off(msi, out):
+    """A copy of the package with every action of ours conditioned out."""
+    copy = out / "CorvaneSWL-without-actions.msi"
+    shutil.copy(msi, copy)
+    for action in [a[0] for a in e2e.msi_table(msi, "CustomAction")]:
+        subprocess.run(["msibuild", str(copy), "-q", "UPDATE `InstallExecuteSequence` SET `Condition` = '0' "
+                        "WHERE `Action` = '%s'" % action], check=True, capture_output=True)
+    return copy
+
+
+def install_and_remove(build, out, msi, traced):
+    """Wall times of the install and of the removal through the launcher in a fresh prefix, and the logs."""
+    out.mkdir(parents=True, exist_ok=True)
+    prefix = out / "prefix"
+    registry = {e2e.PRODUCT_KEY: {"Trace": 1, "Log": TRACE}} if traced else {}
+    scenario = e2e.Scenario(name="bench", package=None, checks=[], machine="pf-7xxx", registry=registry,
+                            files=full_package.OSTRA)
+    e2e.prepare_prefix(scenario, out, prefix, build)
+    shutil.copy(build / "bin/SwlSetup.exe", out / "SwlSetup.exe")
+    shutil.copy(msi, out / "CorvaneSWL.msi")
+    shutil.copy(build / "bin/swl_tool_standin.exe", out / "first_process.exe")
+    times = {}
+    try:
+        for run, arguments in (("install", []), ("remove", ["/x"])):
+            e2e.sh([e2e.PREFIX_TOOL, "stop", str(prefix)], out, prefix)
+            # The launcher check passes over the first process of the server (see swl_scenarios.py).
+            subprocess.Popen(["wine", "first_process.exe"], cwd=out, stdin=subprocess.DEVNULL,
+                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                             env=dict(e2e.ENV, WINEPREFIX=str(prefix), SWL_STANDIN_RUN_MS="600000"))
+            time.sleep(2)
+            start = time.monotonic()
+            code = e2e.sh(["wine", "SwlSetup.exe", *arguments, "/qn", "/l*v", run + ".log"], out, prefix)
+            times[run] = time.monotonic() - start
+            if code:
+                raise RuntimeError("%s: exit code %d (see %s)" % (run, code, out / (run + ".log")))
+        trace = prefix / "drive_c/SWLDBG.txt"
+        if traced and trace.exists():
+            shutil.copy(trace, out / "SWLDBG.txt")
+    finally:
+        e2e.sh([e2e.PREFIX_TOOL, "destroy", str(prefix)], out, prefix)
+    return times
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    ap.add_argument("--build", type=Path, default=ROOT / "build")
+    args = ap.parse_args()
+    build = args.build.resolve()
+    out = build / "bench-install"
+    shutil.rmtree(out, ignore_errors=True)
+    out.mkdir(parents=True)
+    msi = build / "package/CorvaneSWL.msi"
+    dll = build / "bin/SWLLib.dll"
+
+    runs = {"with": install_and_remove(build, out / "with", msi, False),
+            "traced": install_and_remove(build, out / "traced", msi, True),
+            "without": install_and_remove(build, out / "without", switched_off(msi, out), False)}
+    waits, actions = trace_spans(out / "traced/SWLDBG.txt")
+    log = e2e.Log(out / "traced/install.log")
+    if "InstallCRT" in log.results:
+        waits += INSTALL_CRT_PAUSE
+
+    print("install_bench: sample package on a simulated 7xxx, through SwlSetup.exe, wall times in s")
+    print("  %-28s %8s %8s %8s" % ("", "install", "remove", "total"))
+    for name, times in runs.items():
+        print("  %-28s %8.2f %8.2f %8.2f" % (name, times["install"], times["remove"], sum(times.values())))
+    with_total, without_total = sum(runs["with"].values()), sum(runs["without"].values())
+    print("  mandated waits (traced run): %.2f s (Delay, programs started, InstallCRT's pause)" % waits)
+    print("  ratio with/without, waits taken out: %.2f (target at most 1.10); with the waits: %.2f"
+          % ((with_total - waits) / without_total, with_total / without_total))
+    print("install_bench: each custom action, from its first to its last Installer-log line in the trace, ms")
+    for action, span in sorted(actions.items(), key=lambda item: -item[1]):
+        print("  %-36s %8.1f" % (action, span * 1000))
+    # Wine's verbose log stamps action start and end to the second only.
+    print("install_bench: shipped DLL (as cmake --install strips it)")
+    stripped = out / "SWLLib.dll"
+    subprocess.run(["x86_64-w64-mingw32-strip", "--strip-all", "-o", str(stripped), str(dll)], check=True)
+    print("  size %d bytes stripped, %d in the build tree" % (stripped.stat().st_size, dll.stat().st_size))
+    dump = subprocess.run(["x86_64-w64-mingw32-objdump", "-p", str(stripped)], capture_output=True, text=True).stdout
+    print("  imports: " + " ".join(sorted(set(re.findall(r"DLL Name: (\S+)", dump)), key=str.lower)))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
