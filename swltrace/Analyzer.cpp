@@ -178,12 +178,15 @@ Analyzer::Analyzer(const Options& options, const MsiLog* msiLog, ReportSink* sin
         for (size_t i = 0; i < m_msiLog->actions.size(); ++i)
         {
             const MsiAction& a = m_msiLog->actions[i];
+            if (a.standard)
+                continue;  // none of our lines runs in the Installer's own actions
             if (!a.opening.empty())
                 m_openings[a.opening].push_back(static_cast<int>(i));
             m_byName[a.name].push_back(static_cast<int>(i));
         }
         for (const MsiAction& a : m_msiLog->actions)
-            m_actionNames.insert(a.name);
+            if (!a.standard)
+                m_actionNames.insert(a.name);
     }
     for (const Opener& o : kOpeners)
         m_actionNames.insert(o.action);
@@ -606,6 +609,7 @@ int Analyzer::MatchAction(std::string_view text, bool byName, int32_t clockMs)
         return -1;
     const int32_t sec = clockMs / 1000;
     int best = -1;
+    int bestScore = -1;
     for (int i : it->second)
     {
         const MsiAction& a = m_msiLog->actions[static_cast<size_t>(i)];
@@ -615,9 +619,16 @@ int Analyzer::MatchAction(std::string_view text, bool byName, int32_t clockMs)
         const int32_t end = a.endSec >= 0 ? a.endSec : a.startSec + 3600;
         if (ClockDiffSec(a.startSec, sec) < -2 || ClockDiffSec(end, sec) > 2)
             continue;
-        if (best < 0 || (static_cast<size_t>(best) < m_cursor && static_cast<size_t>(i) >= m_cursor))
+        // An action that logged lines of ours beats one that did not (the
+        // immediate action that only schedules its deferred namesake); then
+        // the next one after the last match.
+        const int score = (a.infoLines > 0 ? 2 : 0) + (static_cast<size_t>(i) >= m_cursor ? 1 : 0);
+        if (score > bestScore)
+        {
             best = i;
-        if (static_cast<size_t>(i) >= m_cursor)
+            bestScore = score;
+        }
+        if (score == 3)
             break;
     }
     if (best >= 0)

@@ -40,6 +40,31 @@ TEST(MsiLogTest, ReadsWinesLogWhereAFailedActionEndsWithZero)
     EXPECT_EQ(w.Total(), 0u);
 }
 
+// Wine ends a failed custom action with 0, but also a standard action that
+// had nothing to do; 3 is a failure whoever logs it.
+TEST(MsiLogTest, ZeroFailsOnlyACustomActionAndThreeAlwaysFails)
+{
+    MsiLog log;
+    Warnings w(nullptr);
+    ASSERT_TRUE(ReadMsiLog(DataFile("wine-return-values.log"), log, w));
+    std::vector<std::string> failed;
+    for (const MsiAction& a : log.actions)
+        if (a.failed)
+            failed.push_back(a.name);
+    // CostInitialize and INSTALL end with 0 and are the Installer's own.
+    EXPECT_EQ(failed, (std::vector<std::string>{"InstallFiles", "AddServices"}));
+    EXPECT_EQ(log.actions[static_cast<size_t>(log.firstFailing)].name, "InstallFiles");
+    EXPECT_FALSE(Find(log, "InstallDrivers")->standard) << "ours, though it sounds like the Installer's";
+    ASSERT_TRUE(Find(log, "SetRegistryKeyForEnableSriov.Data")) << "a name with a dot";
+    EXPECT_EQ(Find(log, "SetRegistryKeyForEnableSriov.Data")->returnValue, 1);
+    EXPECT_EQ(log.Outcome(*Find(log, "AddServices")), "failed");
+
+    for (const char* name : {"ADMIN", "INSTALL", "InstallExecute", "WriteRegistryValues", "SEQUENCE"})
+        EXPECT_TRUE(IsStandardAction(name)) << name;
+    for (const char* name : {"install", "VerifyHardwareOrWarn", "RemoveDrivers", "WriteARPEntries", ""})
+        EXPECT_FALSE(IsStandardAction(name)) << name;
+}
+
 TEST(MsiLogTest, ReadsWindowsLogWithServerEntryPointAndErrorCode)
 {
     MsiLog log;
