@@ -1,5 +1,6 @@
 #include "Analyzer.h"
 #include "LineReader.h"
+#include "ParsedLines.h"
 #include "Text.h"
 #include <algorithm>
 #include <cmath>
@@ -195,7 +196,7 @@ Analyzer::Analyzer(const Options& options, const MsiLog* msiLog, ReportSink* sin
 
 bool Analyzer::AddFile(const std::string& path)
 {
-    LineReader reader(path);
+    ParsedLineReader reader(path);
     if (!reader.IsOpen())
     {
         m_warnings.Add(path, 0, "file", "cannot open the trace file");
@@ -232,21 +233,24 @@ bool Analyzer::AddFile(const std::string& path)
     m_run = 0;
     const size_t firstAction = m_summary.actions.size();
 
-    std::string_view line;
-    while (reader.Next(line))
+    size_t count = 0;
+    while (const ParsedLine* lines = reader.Next(count))
     {
-        const uint64_t n = reader.LineNumber();
-        if (reader.WasCut())
-            m_warnings.Add(path, n, "long line",
-                           "line longer than " + std::to_string(LineReader::kDefaultMaxLine) +
-                               " bytes: not a line the trace log writes; read cut");
-        if (reader.HadNoLineEnd())
-            m_warnings.Add(path, n, "no line end",
-                           "the file ends inside this line: it was cut off (the process died while writing?)");
-        ProcessLine(path, n, line);
+        for (const ParsedLine* end = lines + count, *at = lines; at < end; ++at)
+        {
+            const ParsedLine& p = *at;
+            if (p.cut)
+                m_warnings.Add(path, p.number, "long line",
+                               "line longer than " + std::to_string(LineReader::kDefaultMaxLine) +
+                                   " bytes: not a line the trace log writes; read cut");
+            if (p.noLineEnd)
+                m_warnings.Add(path, p.number, "no line end",
+                               "the file ends inside this line: it was cut off (the process died while writing?)");
+            ProcessParsed(path, p.number, p.line, p.result, p.fields);
+        }
     }
     // Nothing carries over to the next file: it may come from another machine.
-    CloseAll(path, reader.LineNumber(), "no EXIT line before the end of the file: the process died or threw inside it",
+    CloseAll(path, reader.Lines(), "no EXIT line before the end of the file: the process died or threw inside it",
              0xFFFFFFFFu);
     for (auto& p : m_processes)
         EndAction(p.second);
@@ -257,8 +261,8 @@ bool Analyzer::AddFile(const std::string& path)
     // Actions are kept as they end; list this file's in the order they began.
     std::stable_sort(m_summary.actions.begin() + static_cast<std::ptrdiff_t>(firstAction), m_summary.actions.end(),
                      [](const ActionRun& a, const ActionRun& b) { return a.firstLine < b.firstLine; });
-    info.lines = reader.LineNumber();
-    info.bytes = reader.BytesRead();
+    info.lines = reader.Lines();
+    info.bytes = reader.Bytes();
     if (info.lines == 0)
         m_warnings.Add(path, 0, "empty", "the file is empty: tracing was on, but nothing was written to it");
     m_summary.files.push_back(info);
@@ -268,9 +272,14 @@ bool Analyzer::AddFile(const std::string& path)
 
 void Analyzer::ProcessLine(const std::string& file, uint64_t n, std::string_view line)
 {
-    ++m_summary.lines;
     TraceLine t;
-    ParseResult r = ParseTraceLine(line, t);
+    const ParseResult r = ParseTraceLine(line, t);
+    ProcessParsed(file, n, line, r, t);
+}
+
+void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, TraceLine t)
+{
+    ++m_summary.lines;
     if (r == ParseResult::Ok)
     {
         if (m_component.empty())
