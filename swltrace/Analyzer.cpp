@@ -1,5 +1,6 @@
 #include "Analyzer.h"
 #include "LineReader.h"
+#include "ParsedLines.h"
 #include "Text.h"
 #include <algorithm>
 #include <cmath>
@@ -178,12 +179,15 @@ Analyzer::Analyzer(const Options& options, const MsiLog* msiLog, ReportSink* sin
         for (size_t i = 0; i < m_msiLog->actions.size(); ++i)
         {
             const MsiAction& a = m_msiLog->actions[i];
+            if (a.standard)
+                continue;  // none of our lines runs in the Installer's own actions
             if (!a.opening.empty())
                 m_openings[a.opening].push_back(static_cast<int>(i));
             m_byName[a.name].push_back(static_cast<int>(i));
         }
         for (const MsiAction& a : m_msiLog->actions)
-            m_actionNames.insert(a.name);
+            if (!a.standard)
+                m_actionNames.insert(a.name);
     }
     for (const Opener& o : kOpeners)
         m_actionNames.insert(o.action);
@@ -192,7 +196,7 @@ Analyzer::Analyzer(const Options& options, const MsiLog* msiLog, ReportSink* sin
 
 bool Analyzer::AddFile(const std::string& path)
 {
-    LineReader reader(path);
+    ParsedLineReader reader(path);
     if (!reader.IsOpen())
     {
         m_warnings.Add(path, 0, "file", "cannot open the trace file");
@@ -229,21 +233,24 @@ bool Analyzer::AddFile(const std::string& path)
     m_run = 0;
     const size_t firstAction = m_summary.actions.size();
 
-    std::string_view line;
-    while (reader.Next(line))
+    size_t count = 0;
+    while (const ParsedLine* lines = reader.Next(count))
     {
-        const uint64_t n = reader.LineNumber();
-        if (reader.WasCut())
-            m_warnings.Add(path, n, "long line",
-                           "line longer than " + std::to_string(LineReader::kDefaultMaxLine) +
-                               " bytes: not a line the trace log writes; read cut");
-        if (reader.HadNoLineEnd())
-            m_warnings.Add(path, n, "no line end",
-                           "the file ends inside this line: it was cut off (the process died while writing?)");
-        ProcessLine(path, n, line);
+        for (const ParsedLine* end = lines + count, *at = lines; at < end; ++at)
+        {
+            const ParsedLine& p = *at;
+            if (p.cut)
+                m_warnings.Add(path, p.number, "long line",
+                               "line longer than " + std::to_string(LineReader::kDefaultMaxLine) +
+                                   " bytes: not a line the trace log writes; read cut");
+            if (p.noLineEnd)
+                m_warnings.Add(path, p.number, "no line end",
+                               "the file ends inside this line: it was cut off (the process died while writing?)");
+            ProcessParsed(path, p.number, p.line, p.result, p.fields);
+        }
     }
     // Nothing carries over to the next file: it may come from another machine.
-    CloseAll(path, reader.LineNumber(), "no EXIT line before the end of the file: the process died or threw inside it",
+    CloseAll(path, reader.Lines(), "no EXIT line before the end of the file: the process died or threw inside it",
              0xFFFFFFFFu);
     for (auto& p : m_processes)
         EndAction(p.second);
@@ -254,8 +261,8 @@ bool Analyzer::AddFile(const std::string& path)
     // Actions are kept as they end; list this file's in the order they began.
     std::stable_sort(m_summary.actions.begin() + static_cast<std::ptrdiff_t>(firstAction), m_summary.actions.end(),
                      [](const ActionRun& a, const ActionRun& b) { return a.firstLine < b.firstLine; });
-    info.lines = reader.LineNumber();
-    info.bytes = reader.BytesRead();
+    info.lines = reader.Lines();
+    info.bytes = reader.Bytes();
     if (info.lines == 0)
         m_warnings.Add(path, 0, "empty", "the file is empty: tracing was on, but nothing was written to it");
     m_summary.files.push_back(info);
@@ -265,9 +272,14 @@ bool Analyzer::AddFile(const std::string& path)
 
 void Analyzer::ProcessLine(const std::string& file, uint64_t n, std::string_view line)
 {
-    ++m_summary.lines;
     TraceLine t;
-    ParseResult r = ParseTraceLine(line, t);
+    const ParseResult r = ParseTraceLine(line, t);
+    ProcessParsed(file, n, line, r, t);
+}
+
+void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, TraceLine t)
+{
+    ++m_summary.lines;
     if (r == ParseResult::Ok)
     {
         if (m_component.empty())
@@ -606,6 +618,7 @@ int Analyzer::MatchAction(std::string_view text, bool byName, int32_t clockMs)
         return -1;
     const int32_t sec = clockMs / 1000;
     int best = -1;
+    int bestScore = -1;
     for (int i : it->second)
     {
         const MsiAction& a = m_msiLog->actions[static_cast<size_t>(i)];
@@ -615,9 +628,16 @@ int Analyzer::MatchAction(std::string_view text, bool byName, int32_t clockMs)
         const int32_t end = a.endSec >= 0 ? a.endSec : a.startSec + 3600;
         if (ClockDiffSec(a.startSec, sec) < -2 || ClockDiffSec(end, sec) > 2)
             continue;
-        if (best < 0 || (static_cast<size_t>(best) < m_cursor && static_cast<size_t>(i) >= m_cursor))
+        // An action that logged lines of ours beats one that did not (the
+        // immediate action that only schedules its deferred namesake); then
+        // the next one after the last match.
+        const int score = (a.infoLines > 0 ? 2 : 0) + (static_cast<size_t>(i) >= m_cursor ? 1 : 0);
+        if (score > bestScore)
+        {
             best = i;
-        if (static_cast<size_t>(i) >= m_cursor)
+            bestScore = score;
+        }
+        if (score == 3)
             break;
     }
     if (best >= 0)

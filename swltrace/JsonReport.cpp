@@ -250,6 +250,7 @@ private:
         m_s += ", \"outcome\": ";
         Str(m_log->Outcome(a));
         m_s += std::string(", \"failed\": ") + (a.failed ? "true" : "false");
+        m_s += std::string(", \"standard\": ") + (a.standard ? "true" : "false");
         if (a.errorCode >= 0)
             m_s += ", \"error_code\": " + std::to_string(a.errorCode);
         if (!a.entryPoint.empty())

@@ -3,6 +3,8 @@
 #include "Warnings.h"
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <set>
 
 namespace swltrace
 {
@@ -38,6 +40,33 @@ int32_t ReadClock(const std::string& s, size_t& pos)
     return (parts[0] * 60 + parts[1]) * 60 + parts[2];
 }
 
+// The Installer's standard actions, as its reference lists them.
+const char* const kStandardActions[] = {
+    "ADMIN", "ADVERTISE", "AllocateRegistrySpace", "AppSearch", "BindImage", "CCPSearch", "CostFinalize",
+    "CostInitialize", "CreateFolders", "CreateShortcuts", "DeleteServices", "DisableRollback", "DuplicateFiles",
+    "ExecuteAction", "FileCost", "FindRelatedProducts", "ForceReboot", "INSTALL", "InstallAdminPackage",
+    "InstallExecute", "InstallExecuteAgain", "InstallFiles", "InstallFinalize", "InstallInitialize", "InstallODBC",
+    "InstallSFPCatalogFile", "InstallServices", "InstallValidate", "IsolateComponents", "LaunchConditions",
+    "MigrateFeatureStates", "MoveFiles", "MsiConfigureServices", "MsiPublishAssemblies", "MsiUnpublishAssemblies",
+    "PatchFiles", "ProcessComponents", "PublishComponents", "PublishFeatures", "PublishProduct", "RMCCPSearch",
+    "RegisterClassInfo", "RegisterComPlus", "RegisterExtensionInfo", "RegisterFonts", "RegisterMIMEInfo",
+    "RegisterProduct", "RegisterProgIdInfo", "RegisterTypeLibraries", "RegisterUser", "RemoveDuplicateFiles",
+    "RemoveEnvironmentStrings", "RemoveExistingProducts", "RemoveFiles", "RemoveFolders", "RemoveIniValues",
+    "RemoveODBC", "RemoveRegistryValues", "RemoveShortcuts", "ResolveSource", "SEQUENCE", "ScheduleReboot",
+    "SelfRegModules", "SelfUnregModules", "SetODBCFolders", "StartServices", "StopServices", "UnpublishComponents",
+    "UnpublishFeatures", "UnregisterClassInfo", "UnregisterComPlus", "UnregisterExtensionInfo", "UnregisterFonts",
+    "UnregisterMIMEInfo", "UnregisterProgIdInfo", "UnregisterTypeLibraries", "ValidateProductID",
+    "WriteEnvironmentStrings", "WriteIniValues", "WriteRegistryValues"};
+
+// Whether a logged return value says the action failed. 3 always does. Wine
+// logs 0 both for a custom action that failed and for a standard action that
+// did nothing (MigrateFeatureStates without an earlier version); Windows logs
+// 0 for an action it did not run.
+bool Failed(const MsiAction& a, bool windowsFormat)
+{
+    return a.returnValue == 3 || (a.returnValue == 0 && !windowsFormat && !a.standard);
+}
+
 // "MSI (s) (2C:48) [12:34:56:789]: rest": strips the prefix, returns the
 // clock in seconds and the process id of the first pair, or -1.
 int32_t StripWindowsPrefix(std::string& line)
@@ -64,17 +93,28 @@ bool ParseActionLine(const std::string& line, const char* prefix, int32_t& sec, 
     if (sec < 0 || line.compare(pos, 2, ": ") != 0)
         return false;
     pos += 2;
-    size_t dot = line.find('.', pos);
-    if (dot == std::string::npos)
-        return false;
-    name = line.substr(pos, dot - pos);
+    // Names may hold dots ("SetRegistryKeyForEnableSriov.Data"): the name ends
+    // at the dot before " Return value" or at the line's last dot.
     returnValue = -1;
-    size_t rv = line.find("Return value ", dot);
-    if (rv != std::string::npos)
-        returnValue = std::atoi(line.c_str() + rv + 13);
+    size_t dot = line.find(". Return value ", pos);
+    if (dot != std::string::npos)
+        returnValue = std::atoi(line.c_str() + dot + 15);
+    else
+    {
+        dot = line.find_last_not_of(' ');
+        if (dot == std::string::npos || dot < pos || line[dot] != '.')
+            return false;
+    }
+    name = line.substr(pos, dot - pos);
     return !name.empty();
 }
 } // namespace
+
+bool IsStandardAction(const std::string& name)
+{
+    static const std::set<std::string> names(std::begin(kStandardActions), std::end(kStandardActions));
+    return names.count(name) > 0;
+}
 
 std::string MsiLog::Outcome(const MsiAction& a) const
 {
@@ -84,8 +124,10 @@ std::string MsiLog::Outcome(const MsiAction& a) const
     {
     case -1: return a.endLine == 0 ? "no end in the log" : "ended";
     case 1: return "success";
-    // Wine logs 0 for an action that failed; Windows for one that was not run.
-    case 0: return windowsFormat ? "not run" : "failed";
+    case 0:
+        if (windowsFormat)
+            return "not run";
+        return a.standard ? "return value 0 (a standard action: not a failure)" : "failed";
     case 2: return "cancelled by the user";
     case 3: return "failed";
     case 4: return "suspended";
@@ -154,6 +196,7 @@ bool ReadMsiLog(const std::string& path, MsiLog& log, Warnings& warnings)
             any = true;
             MsiAction a;
             a.name = name;
+            a.standard = IsStandardAction(name);
             a.startLine = n;
             a.startSec = sec;
             a.serverPid = 0;
@@ -173,7 +216,7 @@ bool ReadMsiLog(const std::string& path, MsiLog& log, Warnings& warnings)
                 a.endLine = n;
                 a.endSec = sec;
                 a.returnValue = rv;
-                if (!a.failed && (log.windowsFormat ? rv == 3 : rv == 0))
+                if (!a.failed && Failed(a, log.windowsFormat))
                 {
                     a.failed = true;
                     a.failLine = n;
@@ -193,6 +236,7 @@ bool ReadMsiLog(const std::string& path, MsiLog& log, Warnings& warnings)
                 size_t comma = line.find_first_of(",)", from);
                 MsiAction a;
                 a.name = line.substr(from, comma == std::string::npos ? std::string::npos : comma - from);
+                a.standard = IsStandardAction(a.name);
                 a.startLine = n;
                 a.startSec = prefixSec;
                 a.deferred = true;

@@ -22,6 +22,7 @@ struct MsiAction
     int32_t endSec = -1;
     int returnValue = -1;      // as logged ("Return value N."), -1 when not logged
     bool failed = false;
+    bool standard = false;     // one of the Installer's own actions, not a custom action
     long errorCode = -1;       // "CustomAction X returned actual error code N"
     bool deferred = false;     // from the execution script ("Executing op: ActionStart")
     std::string entryPoint;    // "Invoking remote custom action. DLL: ..., Entrypoint: X"
@@ -40,6 +41,11 @@ struct MsiLog
     // What a logged return value means in this log's format.
     std::string Outcome(const MsiAction& action) const;
 };
+
+// True for the Installer's documented standard actions (InstallFiles,
+// MigrateFeatureStates, the top-level INSTALL, ...); anything else that the
+// log shows as an action is a custom action or a dialog.
+bool IsStandardAction(const std::string& name);
 
 // Reads path. Problems (missing file, lines that are not a log's) go to warnings.
 bool ReadMsiLog(const std::string& path, MsiLog& log, Warnings& warnings);

@@ -87,8 +87,9 @@ public:
         Printf("\n%sCustom actions in the Installer log%s\n", C(kBold), C(kReset));
         for (const MsiAction& a : m_log->actions)
         {
-            if (a.opening.empty() && a.entryPoint.empty() && !a.failed)
-                continue;  // standard actions: nothing of ours ran in them
+            // The Installer's own actions, and dialogs in which nothing of ours ran.
+            if (a.standard || (a.opening.empty() && a.entryPoint.empty() && !a.failed))
+                continue;
             Printf("  %s%-34s%s %s\n", a.failed ? C(kRed) : "", a.name.c_str(), a.failed ? C(kReset) : "",
                    DescribeMsiAction(*m_log, a).c_str());
         }

@@ -1,5 +1,8 @@
 #include "TraceLine.h"
 #include <cstring>
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
 
 namespace swltrace
 {
@@ -76,23 +79,19 @@ bool StartsWith(std::string_view s, std::string_view prefix)
     return s.size() >= prefix.size() && std::memcmp(s.data(), prefix.data(), prefix.size()) == 0;
 }
 
-bool ContainsException(std::string_view s)
+// "exception" in any case, with its 'x' at s[i].
+bool ExceptionAt(std::string_view s, size_t i)
 {
-    // "exception" in any case; checked only where an 'x' follows an 'e'.
-    for (size_t i = 1; i + 8 <= s.size(); ++i)
-    {
-        if ((s[i] | 0x20) != 'x' || (s[i - 1] | 0x20) != 'e')
-            continue;
-        static const char rest[] = "ception";
-        size_t k = 0;
-        while (k < 7 && (s[i + 1 + k] | 0x20) == rest[k])
-            ++k;
-        if (k == 7)
-            return true;
-    }
-    return false;
+    if (i == 0 || i + 8 > s.size() || (s[i - 1] | 0x20) != 'e')
+        return false;
+    static const char rest[] = "ception";
+    for (size_t k = 0; k < 7; ++k)
+        if ((s[i + 1 + k] | 0x20) != rest[k])
+            return false;
+    return true;
 }
 
+#if !(defined(__SSE2__) || defined(_M_X64))
 uint64_t Load8(const char* p)
 {
     uint64_t w;
@@ -105,33 +104,60 @@ uint64_t HasZeroByte(uint64_t w)
 {
     return (w - 0x0101010101010101ULL) & ~w & 0x8080808080808080ULL;
 }
+#endif
 
-// One pass over the message, eight bytes at a time: bytes above 0x7F, tabs,
-// and an 'x' (which every "exception" has) before looking for the word itself.
+// One pass over the message: bytes above 0x7F, tabs, and "exception" in any
+// case, looked for only where an 'x' is (EXIT lines have one; most others do
+// not).
 void ScanMessage(std::string_view m, TraceLine& out)
 {
-    const char* p = m.data();
-    const char* end = p + m.size();
-    uint64_t high = 0;
-    uint64_t tab = 0;
-    uint64_t x = 0;
+    const char* const begin = m.data();
+    const char* p = begin;
+    const char* const end = p + m.size();
+    bool high = false;
+    bool tab = false;
+    bool exception = false;
+#if defined(__SSE2__) || defined(_M_X64)
+    const __m128i tabs = _mm_set1_epi8('\t');
+    const __m128i xs = _mm_set1_epi8('x');
+    const __m128i lower = _mm_set1_epi8(0x20);
+    for (; end - p >= 16; p += 16)
+    {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        high |= _mm_movemask_epi8(v) != 0;
+        tab |= _mm_movemask_epi8(_mm_cmpeq_epi8(v, tabs)) != 0;
+        unsigned x = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_or_si128(v, lower), xs)));
+        while (x != 0 && !exception)
+        {
+            unsigned bit = 0;
+            while ((x & (1u << bit)) == 0)
+                ++bit;
+            x &= x - 1;
+            exception = ExceptionAt(m, static_cast<size_t>(p - begin) + bit);
+        }
+    }
+#else
     for (; end - p >= 8; p += 8)
     {
         const uint64_t w = Load8(p);
-        high |= w & 0x8080808080808080ULL;
-        tab |= HasZeroByte(w ^ 0x0909090909090909ULL);
-        x |= HasZeroByte((w | 0x2020202020202020ULL) ^ 0x7878787878787878ULL);
+        high |= (w & 0x8080808080808080ULL) != 0;
+        tab |= HasZeroByte(w ^ 0x0909090909090909ULL) != 0;
+        if (!exception && HasZeroByte((w | 0x2020202020202020ULL) ^ 0x7878787878787878ULL) != 0)
+            for (size_t k = 0; k < 8 && !exception; ++k)
+                exception = (p[k] | 0x20) == 'x' && ExceptionAt(m, static_cast<size_t>(p - begin) + k);
     }
+#endif
     for (; p < end; ++p)
     {
         const unsigned char c = static_cast<unsigned char>(*p);
-        high |= c & 0x80;
+        high |= (c & 0x80) != 0;
         tab |= c == '\t';
-        x |= (c | 0x20) == 'x';
+        if (!exception && (c | 0x20) == 'x')
+            exception = ExceptionAt(m, static_cast<size_t>(p - begin));
     }
-    out.highBytes = high != 0;
-    out.tabs = tab != 0;
-    out.exception = x != 0 && ContainsException(m);
+    out.highBytes = high;
+    out.tabs = tab;
+    out.exception = exception;
 }
 
 std::string_view TrimSpaces(std::string_view s)

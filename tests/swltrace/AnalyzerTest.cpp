@@ -88,7 +88,7 @@ TEST(CallTreeTest, RecognisesCustomActionsWithoutTheInstallerLog)
 {
     Recorder r;
     Warnings w(nullptr);
-    Analyse(r, w, {"real/win10-install-and-remove.trace.txt"});
+    Analyse(r, w, {"real/pf-7xxx-install-and-remove.trace.txt"});
     std::vector<std::string> names;
     for (const ActionRun& a : r.summary.actions)
         names.push_back(a.name);

@@ -3,7 +3,9 @@
 #include "Recorder.h"
 #include "Reports.h"
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 using namespace swltrace;
@@ -38,6 +40,39 @@ TEST(MsiLogTest, ReadsWinesLogWhereAFailedActionEndsWithZero)
     ASSERT_GE(log.firstFailing, 0);
     EXPECT_EQ(log.actions[static_cast<size_t>(log.firstFailing)].name, "VerifyOSOrWarn");
     EXPECT_EQ(w.Total(), 0u);
+}
+
+// Wine ends a failed custom action with 0, but also a standard action that
+// had nothing to do; 3 is a failure whoever logs it.
+TEST(MsiLogTest, ZeroFailsOnlyACustomActionAndThreeAlwaysFails)
+{
+    MsiLog log;
+    Warnings w(nullptr);
+    ASSERT_TRUE(ReadMsiLog(DataFile("real/pf-7xxx-install.log"), log, w));
+    const MsiAction* migrate = Find(log, "MigrateFeatureStates");
+    ASSERT_TRUE(migrate);
+    EXPECT_EQ(migrate->returnValue, 0);
+    EXPECT_TRUE(migrate->standard);
+    EXPECT_FALSE(migrate->failed);
+    EXPECT_EQ(log.firstFailing, -1);
+
+    ASSERT_TRUE(ReadMsiLog(DataFile("wine-return-values.log"), log, w));
+    std::vector<std::string> failed;
+    for (const MsiAction& a : log.actions)
+        if (a.failed)
+            failed.push_back(a.name);
+    // CostInitialize and INSTALL end with 0 and are the Installer's own.
+    EXPECT_EQ(failed, (std::vector<std::string>{"InstallFiles", "AddServices"}));
+    EXPECT_EQ(log.actions[static_cast<size_t>(log.firstFailing)].name, "InstallFiles");
+    EXPECT_FALSE(Find(log, "InstallDrivers")->standard) << "ours, though it sounds like the Installer's";
+    ASSERT_TRUE(Find(log, "SetRegistryKeyForEnableSriov.Data")) << "a name with a dot";
+    EXPECT_EQ(Find(log, "SetRegistryKeyForEnableSriov.Data")->returnValue, 1);
+    EXPECT_EQ(log.Outcome(*Find(log, "AddServices")), "failed");
+
+    for (const char* name : {"ADMIN", "INSTALL", "InstallExecute", "WriteRegistryValues", "SEQUENCE"})
+        EXPECT_TRUE(IsStandardAction(name)) << name;
+    for (const char* name : {"install", "VerifyHardwareOrWarn", "RemoveDrivers", "WriteARPEntries", ""})
+        EXPECT_FALSE(IsStandardAction(name)) << name;
 }
 
 TEST(MsiLogTest, ReadsWindowsLogWithServerEntryPointAndErrorCode)
@@ -148,6 +183,27 @@ TEST(MergeTest, RealScenariosShowTheInstallUnderItsActions)
         }
         Recorder r;
         Analyse(r, w, {"real/" + trace}, &log);
+        // The failing action ran in the trace, as a tree of its own.
+        if (log.firstFailing >= 0)
+        {
+            auto run = std::find_if(r.summary.actions.begin(), r.summary.actions.end(),
+                                    [&](const ActionRun& a) { return a.msiIndex == log.firstFailing; });
+            ASSERT_NE(run, r.summary.actions.end());
+            EXPECT_GT(run->calls, 0u);
+        }
+        // Every fault line of the file is reported, with the action it ran in.
+        std::ifstream raw(DataFile("real/" + trace));
+        const std::regex faultLine(R"(^SWL\t.*\t\([0-9A-F]+\)\t[A-Za-z]+\.(cpp|h) \([0-9]+\): )");
+        uint64_t faultLines = 0;
+        for (std::string line; std::getline(raw, line);)
+            faultLines += std::regex_search(line, faultLine) ? 1 : 0;
+        uint64_t faults = 0;
+        for (const FaultRef& f : r.summary.faults)
+        {
+            faults += f.fault ? 1 : 0;
+            EXPECT_FALSE(f.action.empty()) << f.message;
+        }
+        EXPECT_EQ(faults, faultLines);
         // Every custom action the log shows our lines for is found in the trace.
         std::vector<bool> found(log.actions.size(), false);
         for (const ActionRun& a : r.summary.actions)
@@ -164,5 +220,5 @@ TEST(MergeTest, RealScenariosShowTheInstallUnderItsActions)
         EXPECT_EQ(inActions, r.summary.traceLines);
         EXPECT_EQ(r.summary.neverReturnedCount, 0u);
     }
-    EXPECT_GE(scenarios, 2);
+    EXPECT_GE(scenarios, 4);
 }

@@ -55,6 +55,33 @@ TEST(TextReportTest, NamesTheFailingActionFirstAndTheFaultWithItsCalls)
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
 }
 
+// The main job's own files: a clean install and removal, and the install
+// that fails without a device.
+TEST(TextReportTest, ListsOnlyOurActionsAndNamesTheRealFailure)
+{
+    const auto text = [](FILE* f) { return MakeTextReport(f, false, false); };
+    const std::string clean =
+        Report(text, {"real/pf-7xxx-install-and-remove.trace.txt"}, "real/pf-7xxx-install.log");
+    EXPECT_NE(clean.find("No action failed in the Installer log."), std::string::npos);
+    const size_t list = clean.find("Custom actions in the Installer log");
+    const std::string actions = clean.substr(list, clean.find("\n\n", list) - list);
+    for (const char* ours : {"\n  InstallDrivers ", "\n  VerifyHardwareOrWarn ", "\n  RequestReboot "})
+        EXPECT_NE(actions.find(ours), std::string::npos) << ours;
+    for (const char* standard : {"MigrateFeatureStates", "InstallFiles", "INSTALL ", "CostFinalize"})
+        EXPECT_EQ(actions.find(standard), std::string::npos) << standard;
+
+    const std::string failed = Report(text, {"real/no-device.trace.txt"}, "real/no-device.install.log");
+    const size_t first = failed.find("First failing action: VerifyHardwareOrWarn, 3:03:09-3:03:10, failed");
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_LT(first, failed.find("=== "));
+    const size_t action = failed.find("--- custom action VerifyHardwareOrWarn [Installer log: ");
+    ASSERT_NE(action, std::string::npos);
+    EXPECT_LT(failed.find("FAILED", action), failed.find("\n", action));
+    EXPECT_NE(failed.find("    132 03:03:09.895 ReEnumeratePCIDevices  ", action), std::string::npos);
+    EXPECT_NE(failed.find("[MSI] No Corvane(R) Swiftlane Technology compatible hardware found; cannot install", action),
+              std::string::npos);
+}
+
 TEST(TextReportTest, ColoursOnlyWhenAskedAndSummaryAlone)
 {
     const std::string colour = Report([](FILE* f) { return MakeTextReport(f, true, false); }, {"calls.txt"});

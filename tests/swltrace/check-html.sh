@@ -11,7 +11,7 @@ out=$3
 rm -rf "$out"
 mkdir -p "$out"
 report="$out/swltrace-report.html"
-"$swltrace" --html "$report" "$data/windows-trace.txt" "$data/real/win10-install-and-remove.trace.txt" \
+"$swltrace" --html "$report" "$data/windows-trace.txt" "$data/real/pf-7xxx-install-and-remove.trace.txt" \
     --msi-log "$data/windows-verbose.log" >"$out/summary.txt" 2>"$out/warnings.txt"
 
 browser=$(command -v chromium || command -v chromium-browser || true)

@@ -1,0 +1,85 @@
+#pragma once
+// Reads a trace file and splits its lines into fields with both cores: a
+// second thread reads the file into batches of lines, and the lines of a batch
+// are parsed in chunks by whichever thread is free, the reader when it is
+// ahead, the caller when it is waiting. The call stacks need the lines in
+// file order, so the caller takes the chunks in order. A few batches of fixed
+// size are in flight: memory does not grow with the file.
+#include "LineReader.h"
+#include "TraceLine.h"
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace swltrace
+{
+struct ParsedLine
+{
+    std::string_view line;   // without its line end
+    uint64_t number = 0;     // 1-based
+    ParseResult result = ParseResult::NotOurs;
+    bool cut = false;        // longer than the reader's limit, cut
+    bool noLineEnd = false;  // the file ends inside this line
+    TraceLine fields;        // when result is Ok
+};
+
+class ParsedLineReader
+{
+public:
+    explicit ParsedLineReader(const std::string& path);
+    ~ParsedLineReader();
+    ParsedLineReader(const ParsedLineReader&) = delete;
+    ParsedLineReader& operator=(const ParsedLineReader&) = delete;
+
+    bool IsOpen() const { return m_reader.IsOpen(); }
+
+    // The next lines in file order, count of them; null at the end. Valid
+    // until the next call.
+    const ParsedLine* Next(size_t& count);
+
+    // After the end: what the whole file held.
+    uint64_t Lines() const { return m_lines; }
+    uint64_t Bytes() const { return m_bytes; }
+
+private:
+    static const size_t kChunk = 256;
+    static const size_t kBatchLines = 64 * kChunk;
+
+    struct Batch
+    {
+        std::vector<char> text;          // copies of the lines, so that views stay valid
+        std::vector<ParsedLine> lines;   // kBatchLines; the first count are used
+        size_t count = 0;
+        size_t chunks = 0;
+        std::atomic<size_t> nextChunk{0};                // the next chunk nobody parses yet
+        std::array<std::atomic<bool>, kBatchLines / kChunk> parsed{};
+        bool last = false;
+    };
+
+    void Run();
+    bool Fill(Batch& b);
+    static bool ParseOneChunk(Batch& b);
+    Batch* TakeFree();
+
+    LineReader m_reader;
+    std::vector<Batch> m_batches;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Batch*> m_full;       // read, in file order; the front is the caller's
+    std::vector<Batch*> m_free;
+    std::atomic<bool> m_freed{false};   // m_free has a batch: the reader stops helping and reads on
+    bool m_stop = false;
+    bool m_end = false;
+    size_t m_chunk = 0;              // the caller's next chunk of m_full.front()
+    uint64_t m_lines = 0;
+    uint64_t m_bytes = 0;
+    std::thread m_thread;
+};
+} // namespace swltrace
