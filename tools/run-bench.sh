@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the benchmark programs of a build under Wine, in a throwaway prefix that
-# is destroyed afterwards (also when a benchmark fails).
+# is destroyed afterwards (also when a benchmark fails), then the install
+# benchmark of the sample package (bench/install_bench.py, about 2 minutes).
 #   run-bench.sh BUILD_DIR
 set -eu
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -27,4 +28,7 @@ status=0
 for bench in "${benches[@]}"; do
   WINEPREFIX="$prefix" "$here/wine-run.sh" "$bench" || status=$?
 done
+if [ -f "$build/package/CorvaneSWL.msi" ]; then
+  python3 "$here/../bench/install_bench.py" --build "$build" || status=$?
+fi
 exit $status
