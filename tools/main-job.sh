@@ -39,6 +39,9 @@ else
   cmake --preset mingw-release
   cmake --build --preset mingw-release --target sample_package SwlSetup swl_tool_standin
 fi
+# The support tool, built for this machine, reads the trace file at the end.
+cmake --preset native >/dev/null
+cmake --build --preset native --target swltrace
 msi="$build/package/CorvaneSWL.msi"
 if [ ! -f "$msi" ]; then
   echo "no sample package at $msi (is wixl installed?)" >&2
@@ -47,4 +50,4 @@ fi
 
 . tools/wine-env.sh
 section "Install and removal through SwlSetup.exe on a simulated machine"
-exec python3 tools/main_job.py --build "$build" "$@"
+exec python3 tools/main_job.py --build "$build" --swltrace "$root/build-native/swltrace/swltrace" "$@"

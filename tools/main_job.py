@@ -8,7 +8,8 @@ support would look at. Called by tools/main-job.sh.
 NAME is a profile of tests/machines (pf-7xxx by default) or one of: tlmd (a 720xx TLM-D part),
 hyperv-server2019 (a 7xxx in a Server 2019 Hyper-V host, installed with HYPERVMODE=1), none (no
 device: the silent install is refused). The logs, the trace file and the install summary stay in
-BUILD/main-job/NAME/. Exit code 0 when every stage gave what the machine should give.
+BUILD/main-job/NAME/; with --swltrace, the support tool's summary of the trace file ends the job.
+Exit code 0 when every stage gave what the machine should give.
 """
 
 import argparse, shutil, subprocess, sys, time
@@ -37,7 +38,7 @@ CODES = {0: "success", 1602: "stopped: not started through SwlSetup.exe", 1603: 
 
 class Job:
     def __init__(self, args):
-        self.build, self.name = args.build, args.machine
+        self.build, self.name, self.swltrace = args.build, args.machine, args.swltrace
         machine, extra, self.props, self.expected, self.about = PROFILES.get(
             args.machine, (args.machine, {}, [], 0, "a machine of tests/machines"))
         self.out = self.build / "main-job" / args.machine
@@ -116,6 +117,20 @@ class Job:
         for name, value in product.items():
             print("     %s = %s" % (name, value))
 
+    def read_trace(self):
+        """What support would look at first: swltrace's summary of the trace with the install's log."""
+        print("\nThe trace file as support reads it: swltrace --summary SWLDBG.txt --msi-log install.log "
+              "(full report: %s)" % (self.out / "swltrace.html"))
+        command = [str(self.swltrace), "--no-color", str(self.out / "SWLDBG.txt"),
+                   "--msi-log", str(self.out / "install.log")]
+        subprocess.run(command + ["--html", str(self.out / "swltrace.html")], stdout=subprocess.DEVNULL,
+                       stderr=subprocess.DEVNULL)
+        out = subprocess.run(command + ["--summary"], capture_output=True, text=True, errors="replace").stdout
+        lines = out.splitlines()
+        start = next((i for i, l in enumerate(lines) if l.startswith("=== Summary")), 0)
+        for line in lines[:2] + lines[start + 1:start + 30]:
+            print("   " + line)
+
     def main(self):
         print("Main job on a simulated machine: %s (%s)" % (self.name, self.about))
         msi = self.build / "package/CorvaneSWL.msi"
@@ -180,6 +195,8 @@ class Job:
         if trace.exists():
             shutil.copy(trace, self.out / "SWLDBG.txt")
         e2e.sh([e2e.PREFIX_TOOL, "destroy", str(self.prefix)], self.out, self.prefix)
+        if self.swltrace and (self.out / "SWLDBG.txt").exists():
+            self.read_trace()
         print("\nLogs, trace file and summary: %s (%.0f s in all)" % (self.out, time.monotonic() - self.started))
         print("RESULT: %s" % ("as expected for this machine" if self.ok else "FAILED"))
         return 0 if self.ok else 1
@@ -190,6 +207,7 @@ def main():
     ap.add_argument("--build", type=Path, default=ROOT / "build")
     names = sorted(set(PROFILES) | {p.stem for p in e2e.MACHINES.glob("*.json")})
     ap.add_argument("--machine", default="pf-7xxx", choices=names, metavar="NAME", help=", ".join(names))
+    ap.add_argument("--swltrace", type=Path, help="the support tool, to summarise the trace file at the end")
     args = ap.parse_args()
     args.build = args.build.resolve()
     return Job(args).main()
