@@ -7,7 +7,8 @@ support would look at. Called by tools/main-job.sh.
 
 NAME is a profile of tests/machines (pf-7xxx by default) or one of: tlmd (a 720xx TLM-D part),
 hyperv-server2019 (a 7xxx in a Server 2019 Hyper-V host, installed with HYPERVMODE=1), none (no
-device: the silent install is refused). The logs, the trace file and the install summary stay in
+device: the silent install is refused), pending-reboot (a 7xxx where a driver file of an earlier
+install cannot be deleted: the install is refused). The logs, the trace file and the install summary stay in
 BUILD/main-job/NAME/; with --swltrace, the support tool's summary of the trace file ends the job.
 Exit code 0 when every stage gave what the machine should give.
 """
@@ -31,7 +32,12 @@ PROFILES = {
                           "a Hyper-V host on Server 2019: SR-IOV switched on"),
     "none": ("none", {}, [], 1603, "no device: a silent install is refused"),
     "vf-only": ("vf-only", {}, [], 0, "virtual functions only, as inside a virtual machine"),
+    "pending-reboot": ("pf-7xxx", {}, [], 1603, "a driver file of an earlier install cannot be deleted: a "
+                       "reboot is pending, and the install is refused"),
 }
+# Files placed before the install, per profile: a folder where CfSwl.sys should be cannot be deleted, as a
+# driver file still in use cannot.
+PLACED = {"pending-reboot": {r"C:\windows\system32\drivers\CfSwl.sys\held": b""}}
 CODES = {0: "success", 1602: "stopped: not started through SwlSetup.exe", 1603: "the install failed",
          3010: "success, restart needed"}
 
@@ -45,7 +51,7 @@ class Job:
         self.started, self.stage, self.ok = time.monotonic(), 0, True
         self.scenario = e2e.Scenario(name="main-job", package=None, checks=[], machine=machine,
                                      registry={e2e.PRODUCT_KEY: {"Trace": 1, "Log": TRACE}, **extra},
-                                     files=full_package.OSTRA if machine != "none" else {})
+                                     files=PLACED.get(args.machine, full_package.OSTRA))
         self.prefix = self.out / "prefix"
 
     def progress(self, text):
@@ -144,7 +150,7 @@ class Job:
             shutil.rmtree(self.out)
         self.out.mkdir(parents=True)
         e2e.prepare_prefix(self.scenario, self.out, self.prefix, self.build)
-        if self.scenario.files:
+        if self.scenario.files is full_package.OSTRA:
             print("   Wine's Shell cannot unpack a .zip: the Ostra library that ExtractOstraPackage would unpack "
                   "from the package is laid out in advance")
         for name in ("SwlSetup.exe", "CorvaneSWL.msi"):
