@@ -9,6 +9,9 @@ SC_HANDLE TestServiceManager()
 TestService::TestService(const std::wstring& name, const std::wstring& arguments)
     : release(CreateEventW(nullptr, TRUE, FALSE, (L"Global\\SWLTestServiceRelease_" + name).c_str()))
 {
+    // The event is manual-reset and named after the service: while the process of an earlier service of
+    // this name has not yet exited, this opens that instance's event, which its end left signalled.
+    ResetEvent(release.get());
     wchar_t command[MAX_PATH] = L"\"";
     GetModuleFileNameW(nullptr, command + 1, MAX_PATH - 32);
     wcscpy(wcsrchr(command, L'\\'), L"\\swl_test_service.exe\" ");
