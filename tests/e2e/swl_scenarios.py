@@ -37,7 +37,8 @@ class Scenario:
     # with basic UI (/qb) on the X display of --ui (xvfb-run) only; the box is read and photographed first.
     answer: tuple = ()
     files: dict = field(default_factory=dict)   # {C:\ path: bytes, or a file path with {build}} placed first
-    launcher: bool = False   # run through SwlSetup.exe (next to the package, as CorvaneSWL.msi), not msiexec
+    launcher: object = False   # run through SwlSetup.exe (next to the package, as CorvaneSWL.msi), not msiexec;
+                               # "alone": without the package beside it
     keep: tuple = ()   # Windows paths of files copied out after each run, for file_is(..., run=) to read
     ignored: tuple = ()   # actions whose result the package ignores (Return="ignore"), e.g. one that answers 3010
     machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
@@ -449,7 +450,8 @@ def run_scenario(s, args, variant):
             command = ["wine", "msiexec", mode, str(run_msi), "/qb" if s.answer else "/qn", "/l*v", name + ".log"] + extra
             if s.launcher:   # the launcher finds CorvaneSWL.msi in its own folder and passes the rest through
                 shutil.copy(args.build / "bin/SwlSetup.exe", work / "SwlSetup.exe")
-                shutil.copy(run_msi, work / "CorvaneSWL.msi")
+                if s.launcher != "alone":
+                    shutil.copy(run_msi, work / "CorvaneSWL.msi")
                 command = ["wine", "SwlSetup.exe"] + ([mode] if mode != "/i" else []) + command[4:]
                 # The launcher check passes over the first process of the snapshot (on Windows the idle
                 # process; under Wine the first process of the server's list, which a launcher started
@@ -467,12 +469,12 @@ def run_scenario(s, args, variant):
                 c.codes[name] = msiexec.wait(timeout=300)
             else:
                 c.codes[name] = sh(command, work, prefix)
-            if not (work / (name + ".log")).exists():
+            if not (work / (name + ".log")).exists() and s.launcher != "alone":
                 # Wine itself failed to start msiexec (seen once on a loaded machine): one more try.
                 print("RETRY %s: %s wrote no log (exit code %d)" % (label, name, c.codes[name]), flush=True)
                 sh([PREFIX_TOOL, "stop", str(prefix)], work, prefix)
                 c.codes[name] = sh(command, work, prefix)
-            c.logs[name], c.last = Log(work / (name + ".log")), name
+            c.logs[name], c.last = Log(work / (name + ".log")), name   # an empty Log when none was written
             sh([PREFIX_TOOL, "stop", str(prefix)], work, prefix)  # ending the server writes the registry files
             c.hklm[name], c.files[name] = read_hklm(prefix), listing(prefix)
             for i, kept in enumerate(s.keep):

@@ -157,6 +157,11 @@ SCENARIOS += [
         package=PACKAGE, machine="pf-7xxx", windows="win7", launcher=True,
         checks=[ran("VerifyOSOrWarn", 0), exit_code(1603), no_key(PRODUCT_KEY),
                 logged("VerifyOSOrWarn()", "Operating system not supported; cannot install")]),
+    # The launcher without its package beside it: 1619, and no Installer run at all.
+    Scenario(
+        name="launcher_without_its_package_stops_with_1619",
+        package=PACKAGE, machine="pf-7xxx", launcher="alone",
+        checks=[exit_code(1619), ran_in_order(), machine_restored()]),
     # The administrator asked for our provider as the default one: the first install asks for a restart,
     # which a run with a user interface reports as 3010 (here /qb, without restarting).
     Scenario(
