@@ -1,5 +1,4 @@
 #include "Analyzer.h"
-#include "LineReader.h"
 #include "ParsedLines.h"
 #include "Text.h"
 #include <algorithm>
@@ -93,9 +92,7 @@ int32_t ClockDiffSec(int32_t a, int32_t b)
 
 double CalibrateFrequency(const std::string& path, uint64_t calibrationBytes, std::string& how)
 {
-    LineReader reader(path);
-    std::string_view line;
-    TraceLine t;
+    ParsedLineReader reader(path);
     // Per process, the first and last point of its longest stretch with a
     // rising counter; the widest stretch over all processes wins.
     struct Span
@@ -114,28 +111,43 @@ double CalibrateFrequency(const std::string& path, uint64_t calibrationBytes, st
             best = static_cast<double>(s.c1 - s.c0) * 1000.0 / static_cast<double>(s.elapsed);
         }
     };
-    while (reader.BytesRead() < calibrationBytes && reader.Next(line))
-    {
-        if (ParseTraceLine(line, t) != ParseResult::Ok)
-            continue;
+    auto add = [&](const TraceLine& t) {
         auto it = spans.find(t.pid);
         if (it == spans.end())
         {
             spans[t.pid] = Span{t.counter, t.counter, t.clockMs, 0};
-            continue;
+            return;
         }
         Span& s = it->second;
         if (t.counter < s.c1)
         {
             consider(s);
             s = Span{t.counter, t.counter, t.clockMs, 0};
-            continue;
+            return;
         }
         int64_t elapsed = t.clockMs - s.t0;
         if (elapsed < 0)
             elapsed += kDayMs;
         s.c1 = t.counter;
         s.elapsed = elapsed;
+    };
+    size_t count = 0;
+    bool more = true;
+    while (more)
+    {
+        const ParsedLine* p = reader.Next(count);
+        if (p == nullptr)
+            break;
+        for (const ParsedLine* end = p + count; p < end; ++p)
+        {
+            if (p->offset >= calibrationBytes)
+            {
+                more = false;
+                break;
+            }
+            if (p->result == ParseResult::Ok)
+                add(p->fields);
+        }
     }
     for (const auto& s : spans)
         consider(s.second);
@@ -196,12 +208,13 @@ Analyzer::Analyzer(const Options& options, const MsiLog* msiLog, ReportSink* sin
 
 bool Analyzer::AddFile(const std::string& path)
 {
-    ParsedLineReader reader(path);
-    if (!reader.IsOpen())
+    std::FILE* probe = std::fopen(path.c_str(), "rb");
+    if (probe == nullptr)
     {
         m_warnings.Add(path, 0, "file", "cannot open the trace file");
         return false;
     }
+    std::fclose(probe);
     InputFile info;
     info.path = path;
     if (m_options.qpcFrequency > 0)
@@ -223,6 +236,13 @@ bool Analyzer::AddFile(const std::string& path)
             info.frequencySource = "assumed (10 MHz)";
         }
     }
+    // Opened after the calibration's reader is gone: only one holds its batches.
+    ParsedLineReader reader(path);
+    if (!reader.IsOpen())
+    {
+        m_warnings.Add(path, 0, "file", "cannot open the trace file");
+        return false;
+    }
     m_frequency = info.frequency;
     m_file = path;
     m_sawUtf8 = m_sawAnsi = false;
@@ -241,7 +261,7 @@ bool Analyzer::AddFile(const std::string& path)
             const ParsedLine& p = *at;
             if (p.cut)
                 m_warnings.Add(path, p.number, "long line",
-                               "line longer than " + std::to_string(LineReader::kDefaultMaxLine) +
+                               "line longer than " + std::to_string(ParsedLineReader::kDefaultMaxLine) +
                                    " bytes: not a line the trace log writes; read cut");
             if (p.noLineEnd)
                 m_warnings.Add(path, p.number, "no line end",

@@ -1,5 +1,6 @@
 // Reading single trace lines, text in any encoding, and files line by line.
 #include "LineReader.h"
+#include "ParsedLines.h"
 #include "Text.h"
 #include "TraceLine.h"
 #include <gtest/gtest.h>
@@ -202,5 +203,72 @@ TEST(LineReaderTest, CutsALineLongerThanTheLimitAndGoesOn)
     EXPECT_EQ(line, "after");
     EXPECT_EQ(reader.LineNumber(), 3u);
     EXPECT_FALSE(reader.Next(line));
+    std::remove(path.c_str());
+}
+
+TEST(ParsedLineReaderTest, SplitsBlocksIntoLinesLikeReadingOneByOne)
+{
+    // Small blocks and a small limit: lines across block ends, runs of empty
+    // lines that fill a batch's table, lines over the limit by 0 to 3 bytes with
+    // and without CR, far longer ones, and a last line without its end.
+    const size_t maxLine = 300;
+    std::mt19937 random(11);
+    std::string bytes;
+    for (int i = 0; i < 60000; ++i)
+    {
+        size_t length = random() % 120;
+        if (i % 97 == 0)
+            length = maxLine - 1 + random() % 4;
+        if (i % 501 == 0)
+            length = 70000 + random() % 5000;
+        if (i > 20000 && i < 40000)
+            length = 0;
+        bytes += std::string(length, static_cast<char>('a' + i % 26));
+        bytes += random() % 2 ? "\r\n" : "\n";
+    }
+    bytes += std::string(maxLine + 2, 'z');
+
+    // What each line should be.
+    struct Expected
+    {
+        std::string line;
+        uint64_t offset;
+        bool cut;
+        bool noLineEnd;
+    };
+    std::vector<Expected> expected;
+    for (size_t at = 0; at < bytes.size();)
+    {
+        size_t nl = bytes.find('\n', at);
+        const bool end = nl != std::string::npos;
+        size_t length = (end ? nl : bytes.size()) - at;
+        const size_t next = end ? nl + 1 : bytes.size();
+        if (end && length > 0 && bytes[at + length - 1] == '\r')
+            --length;
+        const bool cut = length > maxLine;
+        expected.push_back({bytes.substr(at, cut ? maxLine : length), at, cut, !end && !cut});
+        at = next;
+    }
+
+    const std::string path = WriteTemp(bytes);
+    ParsedLineReader reader(path, maxLine, 1000);
+    size_t n = 0;
+    size_t count = 0;
+    while (const ParsedLine* lines = reader.Next(count))
+    {
+        for (size_t i = 0; i < count; ++i, ++n)
+        {
+            ASSERT_LT(n, expected.size());
+            const ParsedLine& p = lines[i];
+            ASSERT_EQ(p.line, expected[n].line) << "line " << n + 1;
+            EXPECT_EQ(p.number, n + 1);
+            EXPECT_EQ(p.offset, expected[n].offset) << "line " << n + 1;
+            EXPECT_EQ(p.cut, expected[n].cut) << "line " << n + 1;
+            EXPECT_EQ(p.noLineEnd, expected[n].noLineEnd) << "line " << n + 1;
+        }
+    }
+    EXPECT_EQ(n, expected.size());
+    EXPECT_EQ(reader.Lines(), expected.size());
+    EXPECT_EQ(reader.Bytes(), bytes.size());
     std::remove(path.c_str());
 }
