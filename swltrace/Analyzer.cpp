@@ -368,7 +368,10 @@ Analyzer::ThreadState& Analyzer::Thread(uint32_t pid, uint32_t tid)
         t.id = ThreadId{m_run, pid, tid};
         auto p = m_processes.find(pid);
         if (p != m_processes.end() && p->second.inAction)
+        {
             t.action = p->second.action.name;
+            t.actionSerial = p->second.actionSerial;
+        }
     }
     m_lastThread = &t;
     return t;
@@ -494,8 +497,11 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         a.lastLine = n;
         a.lastClock = t.clockMs;
         proc.lastCounter = t.counter;
-        if (th.action != a.name)
+        if (th.actionSerial != proc.actionSerial)
+        {
             th.action = a.name;
+            th.actionSerial = proc.actionSerial;
+        }
     }
 
     switch (t.kind)
@@ -505,7 +511,9 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         if (th.frames.size() <= th.depth)
             th.frames.emplace_back();
         Frame& f = th.frames[th.depth];
-        f.name.assign(t.name.data(), t.name.size());
+        f.fn = AddName(t.name, t.nameHash);
+        if (f.fn == kNoName)
+            f.ownName.assign(t.name.data(), t.name.size());
         f.line = n;
         f.counter = t.counter;
         f.clockMs = t.clockMs;
@@ -522,7 +530,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
             item.line = n;
             item.clockMs = t.clockMs;
             item.depth = static_cast<int>(th.depth);
-            item.text = f.name;
+            item.text = FrameName(f);
             item.callId = f.callId;
             item.parentId = th.depth > 0 ? th.frames[th.depth - 1].callId : 0;
             ++th.depth;
@@ -538,9 +546,15 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
     }
     case MessageKind::Exit:
     {
+        const uint32_t fn = FindName(t.name, t.nameHash);
         size_t at = th.depth;
-        while (at > 0 && th.frames[at - 1].name != t.name)
+        while (at > 0)
+        {
+            const Frame& f = th.frames[at - 1];
+            if (fn != kNoName && f.fn != kNoName ? f.fn == fn : FrameName(f) == t.name)
+                break;
             --at;
+        }
         if (at == 0)
         {
             m_warnings.Add(file, n, "exit without entry",
@@ -576,7 +590,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
                 item.line = n;
                 item.clockMs = t.clockMs;
                 item.depth = static_cast<int>(th.depth);
-                item.text = f.name;
+                item.text = FrameName(f);
                 item.callId = f.callId;
                 item.status = CallStatus::Returned;
                 item.durationMs = ms;
@@ -609,7 +623,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
             fr.fault = t.kind == MessageKind::Fault;
             fr.exception = t.exception;
             for (size_t i = 0; i < th.depth && i < 64; ++i)
-                fr.stack.push_back(th.frames[i].name);
+                fr.stack.push_back(FrameName(th.frames[i]));
             fr.action = proc.inAction ? proc.action.name : std::string();
             m_summary.faults.push_back(std::move(fr));
         }
@@ -686,7 +700,9 @@ void Analyzer::BeginAction(ThreadState& t, ProcessState& p, const std::string& f
     a.lastClock = clockMs;
     a.lastLine = n;
     a.durationMs = -1;
+    p.actionSerial = m_nextActionSerial++;
     t.action = name;
+    t.actionSerial = p.actionSerial;
     p.firstCounter = m_lastCounter;
     p.lastCounter = m_lastCounter;
     if (m_render)
@@ -713,22 +729,77 @@ void Analyzer::EndAction(ProcessState& p)
         m_summary.actions.push_back(p.action);
 }
 
+uint32_t Analyzer::FindName(std::string_view name, uint64_t hash) const
+{
+    if (m_nameSlots.empty())
+        return kNoName;
+    const size_t mask = m_nameSlots.size() - 1;
+    for (size_t i = static_cast<size_t>(hash) & mask;; i = (i + 1) & mask)
+    {
+        const uint32_t slot = m_nameSlots[i];
+        if (slot == 0)
+            return kNoName;
+        if (m_nameHashes[slot - 1] == hash && m_names[slot - 1] == name)
+            return slot - 1;
+    }
+}
+
+uint32_t Analyzer::AddName(std::string_view name, uint64_t hash)
+{
+    const uint32_t found = FindName(name, hash);
+    if (found != kNoName || m_names.size() >= m_options.maxFunctions)
+        return found;
+    if (2 * (m_names.size() + 1) > m_nameSlots.size())
+    {
+        // Twice the room, every name placed again.
+        std::vector<uint32_t> slots(m_nameSlots.empty() ? 256 : 2 * m_nameSlots.size(), 0);
+        const size_t mask = slots.size() - 1;
+        for (size_t k = 0; k < m_names.size(); ++k)
+        {
+            size_t i = static_cast<size_t>(m_nameHashes[k]) & mask;
+            while (slots[i] != 0)
+                i = (i + 1) & mask;
+            slots[i] = static_cast<uint32_t>(k + 1);
+        }
+        m_nameSlots.swap(slots);
+    }
+    const uint32_t id = static_cast<uint32_t>(m_names.size());
+    m_names.emplace_back(name);
+    m_nameHashes.push_back(hash);
+    m_statsByName.push_back(nullptr);
+    const size_t mask = m_nameSlots.size() - 1;
+    size_t i = static_cast<size_t>(hash) & mask;
+    while (m_nameSlots[i] != 0)
+        i = (i + 1) & mask;
+    m_nameSlots[i] = id + 1;
+    return id;
+}
+
+// f's figures in the summary; add: make room for them while the table has room
+// (a call that does not fit is counted in otherFunctions). Null when they have none.
+FunctionStats* Analyzer::Stats(const Frame& f, bool add)
+{
+    if (f.fn != kNoName && m_statsByName[f.fn] != nullptr)
+        return m_statsByName[f.fn];
+    const std::string& name = FrameName(f);
+    FunctionStats* s = nullptr;
+    auto it = m_summary.functions.find(name);
+    if (it != m_summary.functions.end())
+        s = &it->second;
+    else if (add && m_summary.functions.size() >= m_options.maxFunctions)
+        ++m_summary.otherFunctions;
+    else if (add)
+        s = &m_summary.functions.emplace(name, FunctionStats()).first->second;
+    if (s != nullptr && f.fn != kNoName)
+        m_statsByName[f.fn] = s;
+    return s;
+}
+
 void Analyzer::RecordCall(const Frame& f, const ThreadState& t, double ms, std::string_view result)
 {
-    auto it = m_summary.functions.find(f.name);
-    if (it == m_summary.functions.end())
+    if (FunctionStats* stats = Stats(f, true))
     {
-        if (m_summary.functions.size() >= m_options.maxFunctions)
-        {
-            ++m_summary.otherFunctions;
-            it = m_summary.functions.end();
-        }
-        else
-            it = m_summary.functions.emplace(f.name, FunctionStats()).first;
-    }
-    if (it != m_summary.functions.end())
-    {
-        FunctionStats& s = it->second;
+        FunctionStats& s = *stats;
         ++s.count;
         if (ms >= 0)
         {
@@ -743,7 +814,7 @@ void Analyzer::RecordCall(const Frame& f, const ThreadState& t, double ms, std::
     if (m_slowHeap.size() >= m_options.slowestCount && ms <= m_slowHeap.front().first)
         return;
     CallRef c;
-    c.name = f.name;
+    c.name = FrameName(f);
     c.file = m_file;
     c.thread = t.id;
     c.line = f.line;
@@ -764,18 +835,17 @@ void Analyzer::RecordNeverReturned(const Frame& f, const ThreadState& t, const s
                                    const std::string& reason)
 {
     ++m_summary.neverReturnedCount;
-    auto it = m_summary.functions.find(f.name);
-    if (it != m_summary.functions.end())
-        ++it->second.neverReturned;
+    if (FunctionStats* stats = Stats(f, false))
+        ++stats->neverReturned;
     else if (m_summary.functions.size() < m_options.maxFunctions)
-        m_summary.functions[f.name].neverReturned = 1;
+        m_summary.functions[FrameName(f)].neverReturned = 1;
     auto p = m_processes.find(t.id.pid);
     if (p != m_processes.end() && p->second.inAction)
         ++p->second.action.neverReturned;
     if (m_summary.neverReturned.size() >= m_options.maxNeverReturned)
         return;
     CallRef c;
-    c.name = f.name;
+    c.name = FrameName(f);
     c.file = file;
     c.thread = t.id;
     c.line = f.line;
@@ -810,7 +880,7 @@ void Analyzer::CloseFrames(ThreadState& t, size_t keep, const std::string& file,
             item.kind = Item::Kind::Return;
             item.line = n;
             item.depth = static_cast<int>(t.depth);
-            item.text = f.name;
+            item.text = FrameName(f);
             item.callId = f.callId;
             item.status = CallStatus::NeverReturned;
             item.reason = reason;

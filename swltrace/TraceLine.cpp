@@ -222,6 +222,30 @@ bool ParseFault(std::string_view m, TraceLine& out)
     return true;
 }
 
+} // namespace
+
+uint64_t NameHash(std::string_view name)
+{
+    // Eight bytes at a time, each word mixed in by a multiply.
+    const char* p = name.data();
+    size_t n = name.size();
+    uint64_t h = 0x9E3779B97F4A7C15ULL ^ n;
+    for (; n >= 8; n -= 8, p += 8)
+    {
+        uint64_t w;
+        std::memcpy(&w, p, 8);
+        h = (h ^ w) * 0xFF51AFD7ED558CCDULL;
+        h ^= h >> 32;
+    }
+    uint64_t w = 0;
+    for (size_t k = 0; k < n; ++k)
+        w |= static_cast<uint64_t>(static_cast<unsigned char>(p[k])) << (8 * k);
+    h = (h ^ w) * 0xC4CEB9FE1A85EC53ULL;
+    return h ^ (h >> 29);
+}
+
+namespace
+{
 void Classify(TraceLine& out)
 {
     std::string_view m = out.message;
@@ -230,10 +254,12 @@ void Classify(TraceLine& out)
     out.result = {};
     out.text = {};
     out.sourceLine = 0;
+    out.nameHash = 0;
     if (StartsWith(m, "ENTRY:"))
     {
         out.kind = MessageKind::Entry;
         out.name = TrimSpaces(m.substr(6));
+        out.nameHash = NameHash(out.name);
     }
     else if (StartsWith(m, "EXIT:"))
     {
@@ -251,6 +277,7 @@ void Classify(TraceLine& out)
                 out.result = result;
             }
         }
+        out.nameHash = NameHash(out.name);
     }
     else if (StartsWith(m, "(MSI LOG ENTRY)"))
     {
