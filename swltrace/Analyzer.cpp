@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace swltrace
 {
@@ -71,6 +72,30 @@ std::string Hex(uint32_t v)
     char buf[16];
     std::snprintf(buf, sizeof buf, "%x", v);
     return buf;
+}
+
+// a == b for the short names of functions, without a call.
+bool SameText(const std::string& a, std::string_view b)
+{
+    if (a.size() != b.size())
+        return false;
+    const size_t n = a.size();
+    if (n > 32)
+        return std::memcmp(a.data(), b.data(), n) == 0;
+    const char* p = a.data();
+    const char* q = b.data();
+    size_t i = 0;
+    uint64_t diff = 0;
+    for (; i + 8 <= n; i += 8)
+    {
+        uint64_t x, y;
+        std::memcpy(&x, p + i, 8);
+        std::memcpy(&y, q + i, 8);
+        diff |= x ^ y;
+    }
+    for (; i < n; ++i)
+        diff |= static_cast<unsigned char>(p[i]) ^ static_cast<unsigned char>(q[i]);
+    return diff == 0;
 }
 
 uint64_t ThreadKey(uint32_t pid, uint32_t tid)
@@ -464,19 +489,21 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
     m_lastPid = t.pid;
 
     ThreadState& th = Thread(t.pid, t.tid);
+    const uint32_t entryName = t.kind == MessageKind::Entry ? AddName(t.name, t.nameHash) : kNoName;
 
     // Where a custom action begins.
     if (t.kind == MessageKind::MsiLog || (t.kind == MessageKind::Entry && th.depth == 0))
     {
         const bool byName = t.kind == MessageKind::Entry;
         std::string_view key = byName ? t.name : t.text;
-        int msi = byName && !IsActionName(key) ? -1 : MatchAction(key, byName, t.clockMs);
+        const bool isAction = byName && NameIsAction(entryName, key);
+        int msi = byName && !isAction ? -1 : MatchAction(key, byName, t.clockMs);
         std::string name;
         if (msi >= 0)
             name = m_msiLog->actions[static_cast<size_t>(msi)].name;
         else if (!byName && BuiltInAction(key) != nullptr)
             name = BuiltInAction(key);
-        else if (byName && IsActionName(key))
+        else if (isAction)
             name.assign(key.data(), key.size());
         // An action that opens with both a scope and a log line (SetupFiles,
         // CleanSetupFiles) starts once.
@@ -511,7 +538,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         if (th.frames.size() <= th.depth)
             th.frames.emplace_back();
         Frame& f = th.frames[th.depth];
-        f.fn = AddName(t.name, t.nameHash);
+        f.fn = entryName;
         if (f.fn == kNoName)
             f.ownName.assign(t.name.data(), t.name.size());
         f.line = n;
@@ -684,6 +711,16 @@ bool Analyzer::IsActionName(std::string_view name) const
     return m_actionNames.count(name) > 0;
 }
 
+// IsActionName, remembered for each numbered name.
+bool Analyzer::NameIsAction(uint32_t fn, std::string_view name)
+{
+    if (fn == kNoName)
+        return IsActionName(name);
+    if (m_nameIsAction[fn] < 0)
+        m_nameIsAction[fn] = IsActionName(name) ? 1 : 0;
+    return m_nameIsAction[fn] == 1;
+}
+
 void Analyzer::BeginAction(ThreadState& t, ProcessState& p, const std::string& file, uint64_t n, int32_t clockMs,
                            const std::string& name, int msiIndex)
 {
@@ -739,7 +776,7 @@ uint32_t Analyzer::FindName(std::string_view name, uint64_t hash) const
         const uint32_t slot = m_nameSlots[i];
         if (slot == 0)
             return kNoName;
-        if (m_nameHashes[slot - 1] == hash && m_names[slot - 1] == name)
+        if (m_nameHashes[slot - 1] == hash && SameText(m_names[slot - 1], name))
             return slot - 1;
     }
 }
@@ -767,6 +804,7 @@ uint32_t Analyzer::AddName(std::string_view name, uint64_t hash)
     m_names.emplace_back(name);
     m_nameHashes.push_back(hash);
     m_statsByName.push_back(nullptr);
+    m_nameIsAction.push_back(-1);
     const size_t mask = m_nameSlots.size() - 1;
     size_t i = static_cast<size_t>(hash) & mask;
     while (m_nameSlots[i] != 0)

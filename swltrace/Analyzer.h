@@ -91,6 +91,7 @@ private:
     ProcessState& Process(uint32_t pid);
     int MatchAction(std::string_view text, bool byName, int32_t clockMs);
     bool IsActionName(std::string_view name) const;
+    bool NameIsAction(uint32_t fn, std::string_view name);
     void BeginAction(ThreadState& t, ProcessState& p, const std::string& file, uint64_t n, int32_t clockMs,
                      const std::string& name, int msiIndex);
     void EndAction(ProcessState& p);
@@ -149,5 +150,6 @@ private:
     std::vector<uint64_t> m_nameHashes;
     std::vector<uint32_t> m_nameSlots;             // open addressing: number + 1, 0 when free
     std::vector<FunctionStats*> m_statsByName;     // into m_summary.functions, null until there
+    std::vector<signed char> m_nameIsAction;       // IsActionName, -1 until asked
 };
 } // namespace swltrace
