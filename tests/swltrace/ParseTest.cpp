@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <cstdio>
 #include <random>
+#include <regex>
 #include <string>
 
 using namespace swltrace;
@@ -158,6 +159,50 @@ std::string WriteTemp(const std::string& bytes)
     return name;
 }
 } // namespace
+
+TEST(TraceLineTest, TheFieldsAgreeWithTheFormat)
+{
+    // Lines with a byte of their fields changed at random and hex fields of
+    // every length, with a short message and a long one, against the format
+    // written out as a pattern.
+    const std::regex format("SWL\tPID:([0-9A-Fa-f]{1,8})\tTID:([0-9A-Fa-f]{1,8})\t([0-9]{2}):([0-9]{2}):([0-9]{2})"
+                            "\\.([0-9]{3})\t\\(([0-9A-Fa-f]{1,16})\\)\t.*");
+    const std::string noise = "0123456789abcdefABCDEFgG:.()\t \x80\xff";
+    std::mt19937 random(5);
+    for (int i = 0; i < 20000; ++i)
+    {
+        auto hex = [&](size_t n) {
+            std::string h;
+            for (size_t k = 0; k < n; ++k)
+                h += "0123456789abcdefABCDEF"[random() % 22];
+            return h;
+        };
+        std::string head = "SWL\tPID:" + hex(1 + random() % 9) + "\tTID:" + hex(1 + random() % 9) + "\t" +
+                           std::to_string(10 + random() % 15) + ":" + std::to_string(10 + random() % 51) + ":" +
+                           std::to_string(10 + random() % 51) + "." + std::to_string(100 + random() % 900) + "\t(" +
+                           hex(1 + random() % 17) + ")\t";
+        if (i % 2 == 0)
+            head[4 + random() % (head.size() - 4)] = noise[random() % noise.size()];
+        for (const std::string& message : {std::string("x"), std::string(40, 'm')})
+        {
+            const std::string line = head + message;
+            TraceLine t;
+            const ParseResult r = ParseTraceLine(line, t);
+            std::smatch m;
+            const bool ours = line.compare(0, 8, "SWL\tPID:") == 0;
+            const bool ok = std::regex_match(line, m, format) && std::stoi(m[3]) <= 23 && std::stoi(m[4]) <= 59 &&
+                            std::stoi(m[5]) <= 59;
+            ASSERT_EQ(r, ok ? ParseResult::Ok : ours ? ParseResult::Cut : ParseResult::NotOurs) << line;
+            if (!ok)
+                continue;
+            EXPECT_EQ(t.pid, std::stoul(m[1], nullptr, 16)) << line;
+            EXPECT_EQ(t.tid, std::stoul(m[2], nullptr, 16)) << line;
+            EXPECT_EQ(t.clockMs, ((std::stoi(m[3]) * 60 + std::stoi(m[4])) * 60 + std::stoi(m[5])) * 1000 + std::stoi(m[6]));
+            EXPECT_EQ(t.counter, std::stoull(m[7], nullptr, 16)) << line;
+            EXPECT_EQ(t.message, message);
+        }
+    }
+}
 
 TEST(LineReaderTest, GivesLinesWithoutLineEndsAcrossBlocks)
 {
