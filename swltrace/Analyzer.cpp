@@ -322,7 +322,7 @@ void Analyzer::ProcessLine(const std::string& file, uint64_t n, std::string_view
     ProcessParsed(file, n, line, r, t);
 }
 
-void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, TraceLine t)
+void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, const TraceLine& t)
 {
     ++m_summary.lines;
     if (r == ParseResult::Ok)
@@ -337,8 +337,9 @@ void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_vi
             {
                 m_warnings.Add(file, n, "cut line",
                                "a line cut off (a crash while writing?) runs into the next one; both are read");
-                ParseTraceLine(line.substr(0, at), t);
-                Line(file, n, t);
+                TraceLine first;
+                ParseTraceLine(line.substr(0, at), first);
+                Line(file, n, first);
                 ProcessLine(file, n, line.substr(at));
                 --m_summary.lines;
                 return;

@@ -83,8 +83,8 @@ private:
         uint64_t lastCounter = 0;
     };
 
-    // A line already split into its fields (t is changed when it holds two lines).
-    void ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, TraceLine t);
+    // A line already split into its fields.
+    void ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, const TraceLine& t);
     void Line(const std::string& file, uint64_t n, const TraceLine& t);
     void NewRun(const std::string& file, uint64_t n, const std::string& why);
     ThreadState& Thread(uint32_t pid, uint32_t tid);
