@@ -126,14 +126,14 @@ public:
                 m_line += " [not in the Installer log]";
             m_line += C(kReset);
             m_line += "\n";
-            std::fputs(m_line.c_str(), m_out);
+            std::fwrite(m_line.data(), 1, m_line.size(), m_out);
             return;
         }
-        char prefix[48];
-        std::snprintf(prefix, sizeof prefix, "%7llu %s ", static_cast<unsigned long long>(item.line),
-                      FormatClock(item.clockMs).c_str());
         m_line += C(kDim);
-        m_line += prefix;
+        AppendNumber(m_line, item.line, 7);
+        m_line += ' ';
+        AppendClock(m_line, item.clockMs);
+        m_line += ' ';
         m_line += C(kReset);
         m_line.append(static_cast<size_t>(item.depth) * 2, ' ');
         switch (item.kind)
@@ -162,8 +162,8 @@ public:
         default:
             break;
         }
-        m_line += "\n";
-        std::fputs(m_line.c_str(), m_out);
+        m_line += '\n';
+        std::fwrite(m_line.data(), 1, m_line.size(), m_out);
     }
 
     void End(const Summary& s, const Warnings& w) override
@@ -274,7 +274,7 @@ private:
         if (item.status == CallStatus::Returned)
         {
             m_line += "  ";
-            m_line += FormatDuration(item.durationMs);
+            AppendDuration(m_line, item.durationMs);
             if (!item.result.empty())
             {
                 m_line += "  ";

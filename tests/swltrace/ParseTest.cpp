@@ -4,6 +4,7 @@
 #include "Text.h"
 #include "TraceLine.h"
 #include <gtest/gtest.h>
+#include <cmath>
 #include <cstdio>
 #include <random>
 #include <regex>
@@ -145,6 +146,26 @@ TEST(TextTest, FormatsDurationsAndClocks)
     EXPECT_EQ(FormatDuration(1234.5), "1.234 s");
     EXPECT_EQ(FormatDuration(-1), "?");
     EXPECT_EQ(FormatClock(((14 * 60 + 2) * 60 + 11) * 1000 + 5), "14:02:11.005");
+    EXPECT_EQ(FormatClock(-1), "--:--:--.---");
+
+    // Rounded as printf rounds, at every scale and on the halves.
+    std::mt19937 random(3);
+    for (int i = 0; i < 20000; ++i)
+    {
+        const double ms = i % 3 == 0 ? (random() % 2000000) / 2000.0 : std::ldexp(random() % 100000, -(int)(random() % 30));
+        char expected[64];
+        if (ms < 1)
+            std::snprintf(expected, sizeof expected, "%.1f us", ms * 1000.0);
+        else if (ms < 1000)
+            std::snprintf(expected, sizeof expected, "%.3f ms", ms);
+        else
+            std::snprintf(expected, sizeof expected, "%.3f s", ms / 1000.0);
+        ASSERT_EQ(FormatDuration(ms), expected) << ms;
+    }
+    std::string numbers;
+    AppendNumber(numbers, 42, 7);
+    AppendNumber(numbers, 123456789, 7);
+    EXPECT_EQ(numbers, "     42123456789");
 }
 
 namespace
