@@ -112,7 +112,7 @@ public:
         m_line.clear();
         if (item.kind == Item::Kind::ActionBegin)
         {
-            m_line += C(kBold);
+            Color(kBold);
             m_line += "--- custom action ";
             m_line += item.text;
             if (m_log != nullptr && item.msiIndex >= 0)
@@ -120,21 +120,24 @@ public:
                 const MsiAction& a = m_log->actions[static_cast<size_t>(item.msiIndex)];
                 m_line += " [Installer log: " + DescribeMsiAction(*m_log, a) + "]";
                 if (a.failed)
-                    m_line += std::string(C(kRed)) + " FAILED";
+                {
+                    Color(kRed);
+                    m_line += " FAILED";
+                }
             }
             else if (m_log != nullptr)
                 m_line += " [not in the Installer log]";
-            m_line += C(kReset);
+            Color(kReset);
             m_line += "\n";
             std::fwrite(m_line.data(), 1, m_line.size(), m_out);
             return;
         }
-        m_line += C(kDim);
+        Color(kDim);
         AppendNumber(m_line, item.line, 7);
         m_line += ' ';
         AppendClock(m_line, item.clockMs);
         m_line += ' ';
-        m_line += C(kReset);
+        Color(kReset);
         m_line.append(static_cast<size_t>(item.depth) * 2, ' ');
         switch (item.kind)
         {
@@ -149,15 +152,24 @@ public:
             break;
         case Item::Kind::Message:
             if (item.messageKind == MessageKind::Fault)
-                m_line += std::string(C(kRed)) + "[FAULT] ";
+            {
+                Color(kRed);
+                m_line += "[FAULT] ";
+            }
             else if (item.exception)
-                m_line += std::string(C(kYellow)) + "[EXCEPTION] ";
+            {
+                Color(kYellow);
+                m_line += "[EXCEPTION] ";
+            }
             else if (item.messageKind == MessageKind::MsiLog)
-                m_line += std::string(C(kCyan)) + "[MSI] ";
+            {
+                Color(kCyan);
+                m_line += "[MSI] ";
+            }
             else
                 m_line += "| ";
             AppendUtf8(m_line, item.messageKind == MessageKind::MsiLog ? MsiText(item.text) : std::string_view(item.text));
-            m_line += C(kReset);
+            Color(kReset);
             break;
         default:
             break;
@@ -246,6 +258,11 @@ public:
 
 private:
     const char* C(const char* code) const { return m_color ? code : ""; }
+    void Color(const char* code)
+    {
+        if (m_color)
+            m_line += code;
+    }
 
     void Printf(const char* format, ...)
     {
@@ -285,10 +302,10 @@ private:
         }
         else if (item.status == CallStatus::NeverReturned)
         {
-            m_line += C(kRed);
+            Color(kRed);
             m_line += "  NEVER RETURNED: ";
             m_line += item.reason;
-            m_line += C(kReset);
+            Color(kReset);
         }
         else
             m_line += "  (returns further down)";
