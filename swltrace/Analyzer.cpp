@@ -117,7 +117,7 @@ int32_t ClockDiffSec(int32_t a, int32_t b)
 
 double CalibrateFrequency(const std::string& path, uint64_t calibrationBytes, std::string& how)
 {
-    ParsedLineReader reader(path);
+    ParsedLineReader reader(path, ParsedLineReader::kDefaultMaxLine, ParsedLineReader::kDefaultBlock, true);
     // Per process, the first and last point of its longest stretch with a
     // rising counter; the widest stretch over all processes wins.
     struct Span

@@ -44,8 +44,8 @@ size_t FindLineEnds(const char* text, size_t from, size_t size, uint32_t* out, s
     return count;
 }
 
-ParsedLineReader::ParsedLineReader(const std::string& path, size_t maxLine, size_t block)
-    : m_maxLine(maxLine), m_batches(kBatches)
+ParsedLineReader::ParsedLineReader(const std::string& path, size_t maxLine, size_t block, bool fieldsOnly)
+    : m_maxLine(maxLine), m_fieldsOnly(fieldsOnly), m_batches(kBatches)
 {
     m_file = std::fopen(path.c_str(), "rb");
     if (m_file == nullptr)
@@ -87,7 +87,7 @@ bool ParsedLineReader::ParseOneChunk(Batch& b)
     for (size_t i = c * kChunk; i < end; ++i)
     {
         ParsedLine& p = b.lines[i];
-        p.result = ParseTraceLine(p.line, p.fields);
+        p.result = m_fieldsOnly ? ParseTraceFields(p.line, p.fields) : ParseTraceLine(p.line, p.fields);
     }
     b.parsed[c].store(true, std::memory_order_release);
     return true;

@@ -44,8 +44,9 @@ public:
 
     // Lines longer than maxLine bytes are given cut to maxLine, with cut set.
     // The file is read block bytes at a time.
+    // fieldsOnly: split lines with ParseTraceFields, not ParseTraceLine.
     explicit ParsedLineReader(const std::string& path, size_t maxLine = kDefaultMaxLine,
-                              size_t block = kDefaultBlock);
+                              size_t block = kDefaultBlock, bool fieldsOnly = false);
     ~ParsedLineReader();
     ParsedLineReader(const ParsedLineReader&) = delete;
     ParsedLineReader& operator=(const ParsedLineReader&) = delete;
@@ -77,11 +78,12 @@ private:
 
     void Run();
     bool Fill(Batch& b);
-    static bool ParseOneChunk(Batch& b);
+    bool ParseOneChunk(Batch& b);
     Batch* TakeFree();
 
     std::FILE* m_file = nullptr;
     size_t m_maxLine;
+    bool m_fieldsOnly;
     bool m_eof = false;
     bool m_skipping = false;         // inside a line too long to keep: drop bytes up to its end
     const char* m_carry = nullptr;   // the bytes of the last batch that begin its next line

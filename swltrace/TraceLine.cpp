@@ -294,6 +294,14 @@ void Classify(TraceLine& out)
 
 ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
 {
+    const ParseResult r = ParseTraceFields(line, out);
+    if (r == ParseResult::Ok)
+        Classify(out);
+    return r;
+}
+
+ParseResult ParseTraceFields(std::string_view line, TraceLine& out)
+{
     const char* p = line.data();
     const char* end = p + line.size();
 
@@ -330,7 +338,6 @@ ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
     out.counter = value;
 
     out.message = std::string_view(p, static_cast<size_t>(end - p));
-    Classify(out);
     return ParseResult::Ok;
 }
 

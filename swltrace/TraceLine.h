@@ -50,6 +50,9 @@ uint64_t NameHash(std::string_view name);
 
 // Splits line (without its line end) into out. out's views point into line.
 ParseResult ParseTraceLine(std::string_view line, TraceLine& out);
+// Only the fields up to the message (component, pid, tid, clock, counter,
+// message), without reading what the message says.
+ParseResult ParseTraceFields(std::string_view line, TraceLine& out);
 
 // Where, after the start, another trace line begins inside this one (a line cut
 // off by a crash, followed by the next writer's line), or npos. component is
