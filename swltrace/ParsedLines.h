@@ -40,7 +40,7 @@ class ParsedLineReader
 {
 public:
     static const size_t kDefaultMaxLine = 64 * 1024;
-    static const size_t kDefaultBlock = 1 << 20;
+    static const size_t kDefaultBlock = 1 << 18;
 
     // Lines longer than maxLine bytes are given cut to maxLine, with cut set.
     // The file is read block bytes at a time.
@@ -63,7 +63,7 @@ public:
 
 private:
     static const size_t kChunk = 256;
-    static const size_t kBatchLines = 64 * kChunk;
+    static const size_t kBatchLines = 16 * kChunk;
 
     struct Batch
     {
