@@ -57,8 +57,9 @@ ParsedLineReader::ParsedLineReader(const std::string& path, size_t maxLine, size
     {
         // Room for a block behind the start of a line carried over from the
         // batch before, which stays shorter than maxLine + 2.
-        b.text.resize(block + maxLine + 2);
+        b.buffer.resize(block + maxLine + 2);
         b.lines.resize(kBatchLines);
+        b.spans.resize(kBatchLines);
         m_free.push_back(&b);
     }
     m_thread = std::thread([this] { Run(); });
@@ -86,7 +87,14 @@ bool ParsedLineReader::ParseOneChunk(Batch& b)
     const size_t end = (c + 1) * kChunk < b.count ? (c + 1) * kChunk : b.count;
     for (size_t i = c * kChunk; i < end; ++i)
     {
+        // The reader only noted where the line is; all of it is written here.
+        const Span& span = b.spans[i];
         ParsedLine& p = b.lines[i];
+        p.line = std::string_view(b.text + span.begin, span.length);
+        p.number = b.firstNumber + i;
+        p.offset = b.base + span.begin;
+        p.cut = span.cut;
+        p.noLineEnd = span.noLineEnd;
         p.result = m_fieldsOnly ? ParseTraceFields(p.line, p.fields) : ParseTraceLine(p.line, p.fields);
     }
     b.parsed[c].store(true, std::memory_order_release);
@@ -130,20 +138,23 @@ ParsedLineReader::Batch* ParsedLineReader::TakeFree()
 // into lines; false when the file is done.
 bool ParsedLineReader::Fill(Batch& b)
 {
-    char* const text = b.text.data();
+    char* const text = b.buffer.data();
     size_t size = m_carryLength;
     if (m_carryLength > 0)
         std::memmove(text, m_carry, m_carryLength);   // b may be the batch the rest is in
     m_carry = nullptr;
     m_carryLength = 0;
-    while (!m_eof && size < b.text.size())
+    while (!m_eof && size < b.buffer.size())
     {
-        const size_t n = std::fread(text + size, 1, b.text.size() - size, m_file);
+        const size_t n = std::fread(text + size, 1, b.buffer.size() - size, m_file);
         if (n == 0)
             m_eof = true;
         size += n;
     }
     b.count = 0;
+    b.base = m_readBytes;   // the file offset of text[0]
+    b.firstNumber = m_readLines + 1;
+    b.text = text;
     size_t pos = 0;
     if (m_skipping)
     {
@@ -162,15 +173,15 @@ bool ParsedLineReader::Fill(Batch& b)
     {
         const size_t end = m_ends[k];
         size_t length = end - pos;
-        ParsedLine& p = b.lines[b.count++];
-        p.offset = m_readBytes;
-        p.number = ++m_readLines;
+        Span& p = b.spans[b.count++];
+        ++m_readLines;
         m_readBytes += length + 1;
         if (length > 0 && text[end - 1] == '\r')
             --length;
         p.cut = length > m_maxLine;
         p.noLineEnd = false;
-        p.line = std::string_view(text + pos, p.cut ? m_maxLine : length);
+        p.begin = static_cast<uint32_t>(pos);
+        p.length = static_cast<uint32_t>(p.cut ? m_maxLine : length);
         pos = end + 1;
     }
     const size_t rest = size - pos;
@@ -186,9 +197,8 @@ bool ParsedLineReader::Fill(Batch& b)
         if (rest > 0)
         {
             // The file ends inside a line: cut off, or too long to keep.
-            ParsedLine& p = b.lines[b.count++];
-            p.offset = m_readBytes;
-            p.number = ++m_readLines;
+            Span& p = b.spans[b.count++];
+            ++m_readLines;
             m_readBytes += rest;
             size_t length = rest;
             p.cut = length > m_maxLine;
@@ -197,7 +207,8 @@ bool ParsedLineReader::Fill(Batch& b)
             else if (text[pos + length - 1] == '\r')
                 --length;
             p.noLineEnd = !p.cut;
-            p.line = std::string_view(text + pos, length);
+            p.begin = static_cast<uint32_t>(pos);
+            p.length = static_cast<uint32_t>(length);
         }
         return false;
     }
@@ -205,13 +216,13 @@ bool ParsedLineReader::Fill(Batch& b)
     {
         // Longer than the limit even without its CR LF: keep its start, drop
         // the rest up to its line end.
-        ParsedLine& p = b.lines[b.count++];
-        p.offset = m_readBytes;
-        p.number = ++m_readLines;
+        Span& p = b.spans[b.count++];
+        ++m_readLines;
         m_readBytes += rest;
         p.cut = true;
         p.noLineEnd = false;
-        p.line = std::string_view(text + pos, m_maxLine);
+        p.begin = static_cast<uint32_t>(pos);
+        p.length = static_cast<uint32_t>(m_maxLine);
         m_skipping = true;
         return true;
     }

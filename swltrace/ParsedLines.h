@@ -65,9 +65,21 @@ private:
     static const size_t kChunk = 256;
     static const size_t kBatchLines = 16 * kChunk;
 
+    // Where the reader found a line in its batch's text.
+    struct Span
+    {
+        uint32_t begin = 0;
+        uint32_t length = 0;
+        bool cut = false;
+        bool noLineEnd = false;
+    };
     struct Batch
     {
-        std::vector<char> text;          // a block of the file; the lines are views into it
+        std::vector<char> buffer;        // a block of the file; the lines are views into it
+        const char* text = nullptr;      // where this batch's bytes are
+        uint64_t base = 0;               // the file offset of text[0]
+        uint64_t firstNumber = 0;        // of the first line
+        std::vector<Span> spans;         // kBatchLines; the first count are used
         std::vector<ParsedLine> lines;   // kBatchLines; the first count are used
         size_t count = 0;
         size_t chunks = 0;

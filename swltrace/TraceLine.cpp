@@ -292,15 +292,9 @@ void Classify(TraceLine& out)
 }
 } // namespace
 
-ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
+namespace
 {
-    const ParseResult r = ParseTraceFields(line, out);
-    if (r == ParseResult::Ok)
-        Classify(out);
-    return r;
-}
-
-ParseResult ParseTraceFields(std::string_view line, TraceLine& out)
+ParseResult SplitFields(std::string_view line, TraceLine& out)
 {
     const char* p = line.data();
     const char* end = p + line.size();
@@ -339,6 +333,20 @@ ParseResult ParseTraceFields(std::string_view line, TraceLine& out)
 
     out.message = std::string_view(p, static_cast<size_t>(end - p));
     return ParseResult::Ok;
+}
+} // namespace
+
+ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
+{
+    const ParseResult r = SplitFields(line, out);
+    if (r == ParseResult::Ok)
+        Classify(out);
+    return r;
+}
+
+ParseResult ParseTraceFields(std::string_view line, TraceLine& out)
+{
+    return SplitFields(line, out);
 }
 
 size_t FindEmbeddedLine(std::string_view line, std::string_view component)
