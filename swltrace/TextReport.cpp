@@ -2,6 +2,13 @@
 #include "Text.h"
 #include <algorithm>
 #include <cstdarg>
+#ifdef _WIN32
+#include <io.h>
+#define SWLTRACE_ISATTY(f) _isatty(_fileno(f))
+#else
+#include <unistd.h>
+#define SWLTRACE_ISATTY(f) isatty(fileno(f))
+#endif
 
 namespace swltrace
 {
@@ -67,9 +74,11 @@ const char* const kReset = "\x1b[0m";
 class TextReport : public ReportSink
 {
 public:
-    TextReport(std::FILE* out, bool color, bool summaryOnly) : m_out(out), m_color(color), m_summaryOnly(summaryOnly)
+    TextReport(std::FILE* out, bool color, bool summaryOnly)
+        : m_out(out), m_color(color), m_summaryOnly(summaryOnly), m_terminal(SWLTRACE_ISATTY(out) != 0)
     {
     }
+    ~TextReport() override { Flush(); }
 
     void Begin(const Header& h) override
     {
@@ -109,7 +118,6 @@ public:
     {
         if (m_summaryOnly)
             return;
-        m_line.clear();
         if (item.kind == Item::Kind::ActionBegin)
         {
             Color(kBold);
@@ -129,7 +137,7 @@ public:
                 m_line += " [not in the Installer log]";
             Color(kReset);
             m_line += "\n";
-            std::fwrite(m_line.data(), 1, m_line.size(), m_out);
+            Written();
             return;
         }
         Color(kDim);
@@ -175,7 +183,7 @@ public:
             break;
         }
         m_line += '\n';
-        std::fwrite(m_line.data(), 1, m_line.size(), m_out);
+        Written();
     }
 
     void End(const Summary& s, const Warnings& w) override
@@ -253,6 +261,7 @@ public:
             Printf(" (%s; each went to stderr with its line number)", kinds.c_str());
         }
         Printf("\n");
+        Flush();
         std::fflush(m_out);
     }
 
@@ -264,8 +273,23 @@ private:
             m_line += code;
     }
 
+    // The lines of the call trees gather in m_line and go out in large blocks,
+    // or each at once to a terminal.
+    void Written()
+    {
+        if (m_terminal || m_line.size() >= (64u << 10))
+            Flush();
+    }
+    void Flush()
+    {
+        if (!m_line.empty())
+            std::fwrite(m_line.data(), 1, m_line.size(), m_out);
+        m_line.clear();
+    }
+
     void Printf(const char* format, ...)
     {
+        Flush();
         va_list args;
         va_start(args, format);
         std::vfprintf(m_out, format, args);
@@ -324,6 +348,7 @@ private:
     std::FILE* m_out;
     bool m_color;
     bool m_summaryOnly;
+    bool m_terminal;
     const MsiLog* m_log = nullptr;
     std::string m_line;
 };
