@@ -169,21 +169,27 @@ bool ParsedLineReader::Fill(Batch& b)
         m_skipping = false;
     }
     const size_t ends = FindLineEnds(text, pos, size, m_ends.data(), kBatchLines);
+    // In locals, so that they stay in registers while the spans are written.
+    const uint32_t* const lineEnds = m_ends.data();
+    Span* const spans = b.spans.data();
+    const size_t maxLine = m_maxLine;
+    const size_t start = pos;
     for (size_t k = 0; k < ends; ++k)
     {
-        const size_t end = m_ends[k];
+        const size_t end = lineEnds[k];
         size_t length = end - pos;
-        Span& p = b.spans[b.count++];
-        ++m_readLines;
-        m_readBytes += length + 1;
         if (length > 0 && text[end - 1] == '\r')
             --length;
-        p.cut = length > m_maxLine;
+        Span& p = spans[k];
+        p.cut = length > maxLine;
         p.noLineEnd = false;
         p.begin = static_cast<uint32_t>(pos);
-        p.length = static_cast<uint32_t>(p.cut ? m_maxLine : length);
+        p.length = static_cast<uint32_t>(p.cut ? maxLine : length);
         pos = end + 1;
     }
+    b.count = ends;
+    m_readLines += ends;
+    m_readBytes += pos - start;
     const size_t rest = size - pos;
     if (b.count == kBatchLines)
     {
