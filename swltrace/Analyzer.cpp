@@ -1,10 +1,10 @@
 #include "Analyzer.h"
-#include "LineReader.h"
 #include "ParsedLines.h"
 #include "Text.h"
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace swltrace
 {
@@ -74,6 +74,30 @@ std::string Hex(uint32_t v)
     return buf;
 }
 
+// a == b for the short names of functions, without a call.
+bool SameText(const std::string& a, std::string_view b)
+{
+    if (a.size() != b.size())
+        return false;
+    const size_t n = a.size();
+    if (n > 32)
+        return std::memcmp(a.data(), b.data(), n) == 0;
+    const char* p = a.data();
+    const char* q = b.data();
+    size_t i = 0;
+    uint64_t diff = 0;
+    for (; i + 8 <= n; i += 8)
+    {
+        uint64_t x, y;
+        std::memcpy(&x, p + i, 8);
+        std::memcpy(&y, q + i, 8);
+        diff |= x ^ y;
+    }
+    for (; i < n; ++i)
+        diff |= static_cast<unsigned char>(p[i]) ^ static_cast<unsigned char>(q[i]);
+    return diff == 0;
+}
+
 uint64_t ThreadKey(uint32_t pid, uint32_t tid)
 {
     return (static_cast<uint64_t>(pid) << 32) | tid;
@@ -93,9 +117,7 @@ int32_t ClockDiffSec(int32_t a, int32_t b)
 
 double CalibrateFrequency(const std::string& path, uint64_t calibrationBytes, std::string& how)
 {
-    LineReader reader(path);
-    std::string_view line;
-    TraceLine t;
+    ParsedLineReader reader(path, ParsedLineReader::kDefaultMaxLine, ParsedLineReader::kDefaultBlock, true);
     // Per process, the first and last point of its longest stretch with a
     // rising counter; the widest stretch over all processes wins.
     struct Span
@@ -114,28 +136,43 @@ double CalibrateFrequency(const std::string& path, uint64_t calibrationBytes, st
             best = static_cast<double>(s.c1 - s.c0) * 1000.0 / static_cast<double>(s.elapsed);
         }
     };
-    while (reader.BytesRead() < calibrationBytes && reader.Next(line))
-    {
-        if (ParseTraceLine(line, t) != ParseResult::Ok)
-            continue;
+    auto add = [&](const TraceLine& t) {
         auto it = spans.find(t.pid);
         if (it == spans.end())
         {
             spans[t.pid] = Span{t.counter, t.counter, t.clockMs, 0};
-            continue;
+            return;
         }
         Span& s = it->second;
         if (t.counter < s.c1)
         {
             consider(s);
             s = Span{t.counter, t.counter, t.clockMs, 0};
-            continue;
+            return;
         }
         int64_t elapsed = t.clockMs - s.t0;
         if (elapsed < 0)
             elapsed += kDayMs;
         s.c1 = t.counter;
         s.elapsed = elapsed;
+    };
+    size_t count = 0;
+    bool more = true;
+    while (more)
+    {
+        const ParsedLine* p = reader.Next(count);
+        if (p == nullptr)
+            break;
+        for (const ParsedLine* end = p + count; p < end; ++p)
+        {
+            if (p->offset >= calibrationBytes)
+            {
+                more = false;
+                break;
+            }
+            if (p->result == ParseResult::Ok)
+                add(p->fields);
+        }
     }
     for (const auto& s : spans)
         consider(s.second);
@@ -196,12 +233,13 @@ Analyzer::Analyzer(const Options& options, const MsiLog* msiLog, ReportSink* sin
 
 bool Analyzer::AddFile(const std::string& path)
 {
-    ParsedLineReader reader(path);
-    if (!reader.IsOpen())
+    std::FILE* probe = std::fopen(path.c_str(), "rb");
+    if (probe == nullptr)
     {
         m_warnings.Add(path, 0, "file", "cannot open the trace file");
         return false;
     }
+    std::fclose(probe);
     InputFile info;
     info.path = path;
     if (m_options.qpcFrequency > 0)
@@ -223,6 +261,13 @@ bool Analyzer::AddFile(const std::string& path)
             info.frequencySource = "assumed (10 MHz)";
         }
     }
+    // Opened after the calibration's reader is gone: only one holds its batches.
+    ParsedLineReader reader(path);
+    if (!reader.IsOpen())
+    {
+        m_warnings.Add(path, 0, "file", "cannot open the trace file");
+        return false;
+    }
     m_frequency = info.frequency;
     m_file = path;
     m_sawUtf8 = m_sawAnsi = false;
@@ -241,7 +286,7 @@ bool Analyzer::AddFile(const std::string& path)
             const ParsedLine& p = *at;
             if (p.cut)
                 m_warnings.Add(path, p.number, "long line",
-                               "line longer than " + std::to_string(LineReader::kDefaultMaxLine) +
+                               "line longer than " + std::to_string(ParsedLineReader::kDefaultMaxLine) +
                                    " bytes: not a line the trace log writes; read cut");
             if (p.noLineEnd)
                 m_warnings.Add(path, p.number, "no line end",
@@ -277,7 +322,7 @@ void Analyzer::ProcessLine(const std::string& file, uint64_t n, std::string_view
     ProcessParsed(file, n, line, r, t);
 }
 
-void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, TraceLine t)
+void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, const TraceLine& t)
 {
     ++m_summary.lines;
     if (r == ParseResult::Ok)
@@ -292,8 +337,9 @@ void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_vi
             {
                 m_warnings.Add(file, n, "cut line",
                                "a line cut off (a crash while writing?) runs into the next one; both are read");
-                ParseTraceLine(line.substr(0, at), t);
-                Line(file, n, t);
+                TraceLine first;
+                ParseTraceLine(line.substr(0, at), first);
+                Line(file, n, first);
                 ProcessLine(file, n, line.substr(at));
                 --m_summary.lines;
                 return;
@@ -348,7 +394,10 @@ Analyzer::ThreadState& Analyzer::Thread(uint32_t pid, uint32_t tid)
         t.id = ThreadId{m_run, pid, tid};
         auto p = m_processes.find(pid);
         if (p != m_processes.end() && p->second.inAction)
+        {
             t.action = p->second.action.name;
+            t.actionSerial = p->second.actionSerial;
+        }
     }
     m_lastThread = &t;
     return t;
@@ -441,19 +490,21 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
     m_lastPid = t.pid;
 
     ThreadState& th = Thread(t.pid, t.tid);
+    const uint32_t entryName = t.kind == MessageKind::Entry ? AddName(t.name, t.nameHash) : kNoName;
 
     // Where a custom action begins.
     if (t.kind == MessageKind::MsiLog || (t.kind == MessageKind::Entry && th.depth == 0))
     {
         const bool byName = t.kind == MessageKind::Entry;
         std::string_view key = byName ? t.name : t.text;
-        int msi = byName && !IsActionName(key) ? -1 : MatchAction(key, byName, t.clockMs);
+        const bool isAction = byName && NameIsAction(entryName, key);
+        int msi = byName && !isAction ? -1 : MatchAction(key, byName, t.clockMs);
         std::string name;
         if (msi >= 0)
             name = m_msiLog->actions[static_cast<size_t>(msi)].name;
         else if (!byName && BuiltInAction(key) != nullptr)
             name = BuiltInAction(key);
-        else if (byName && IsActionName(key))
+        else if (isAction)
             name.assign(key.data(), key.size());
         // An action that opens with both a scope and a log line (SetupFiles,
         // CleanSetupFiles) starts once.
@@ -474,8 +525,11 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         a.lastLine = n;
         a.lastClock = t.clockMs;
         proc.lastCounter = t.counter;
-        if (th.action != a.name)
+        if (th.actionSerial != proc.actionSerial)
+        {
             th.action = a.name;
+            th.actionSerial = proc.actionSerial;
+        }
     }
 
     switch (t.kind)
@@ -485,7 +539,9 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         if (th.frames.size() <= th.depth)
             th.frames.emplace_back();
         Frame& f = th.frames[th.depth];
-        f.name.assign(t.name.data(), t.name.size());
+        f.fn = entryName;
+        if (f.fn == kNoName)
+            f.ownName.assign(t.name.data(), t.name.size());
         f.line = n;
         f.counter = t.counter;
         f.clockMs = t.clockMs;
@@ -502,7 +558,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
             item.line = n;
             item.clockMs = t.clockMs;
             item.depth = static_cast<int>(th.depth);
-            item.text = f.name;
+            item.text = FrameName(f);
             item.callId = f.callId;
             item.parentId = th.depth > 0 ? th.frames[th.depth - 1].callId : 0;
             ++th.depth;
@@ -518,9 +574,15 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
     }
     case MessageKind::Exit:
     {
+        const uint32_t fn = FindName(t.name, t.nameHash);
         size_t at = th.depth;
-        while (at > 0 && th.frames[at - 1].name != t.name)
+        while (at > 0)
+        {
+            const Frame& f = th.frames[at - 1];
+            if (fn != kNoName && f.fn != kNoName ? f.fn == fn : FrameName(f) == t.name)
+                break;
             --at;
+        }
         if (at == 0)
         {
             m_warnings.Add(file, n, "exit without entry",
@@ -556,7 +618,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
                 item.line = n;
                 item.clockMs = t.clockMs;
                 item.depth = static_cast<int>(th.depth);
-                item.text = f.name;
+                item.text = FrameName(f);
                 item.callId = f.callId;
                 item.status = CallStatus::Returned;
                 item.durationMs = ms;
@@ -589,7 +651,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
             fr.fault = t.kind == MessageKind::Fault;
             fr.exception = t.exception;
             for (size_t i = 0; i < th.depth && i < 64; ++i)
-                fr.stack.push_back(th.frames[i].name);
+                fr.stack.push_back(FrameName(th.frames[i]));
             fr.action = proc.inAction ? proc.action.name : std::string();
             m_summary.faults.push_back(std::move(fr));
         }
@@ -650,6 +712,16 @@ bool Analyzer::IsActionName(std::string_view name) const
     return m_actionNames.count(name) > 0;
 }
 
+// IsActionName, remembered for each numbered name.
+bool Analyzer::NameIsAction(uint32_t fn, std::string_view name)
+{
+    if (fn == kNoName)
+        return IsActionName(name);
+    if (m_nameIsAction[fn] < 0)
+        m_nameIsAction[fn] = IsActionName(name) ? 1 : 0;
+    return m_nameIsAction[fn] == 1;
+}
+
 void Analyzer::BeginAction(ThreadState& t, ProcessState& p, const std::string& file, uint64_t n, int32_t clockMs,
                            const std::string& name, int msiIndex)
 {
@@ -666,7 +738,9 @@ void Analyzer::BeginAction(ThreadState& t, ProcessState& p, const std::string& f
     a.lastClock = clockMs;
     a.lastLine = n;
     a.durationMs = -1;
+    p.actionSerial = m_nextActionSerial++;
     t.action = name;
+    t.actionSerial = p.actionSerial;
     p.firstCounter = m_lastCounter;
     p.lastCounter = m_lastCounter;
     if (m_render)
@@ -693,22 +767,78 @@ void Analyzer::EndAction(ProcessState& p)
         m_summary.actions.push_back(p.action);
 }
 
+uint32_t Analyzer::FindName(std::string_view name, uint64_t hash) const
+{
+    if (m_nameSlots.empty())
+        return kNoName;
+    const size_t mask = m_nameSlots.size() - 1;
+    for (size_t i = static_cast<size_t>(hash) & mask;; i = (i + 1) & mask)
+    {
+        const uint32_t slot = m_nameSlots[i];
+        if (slot == 0)
+            return kNoName;
+        if (m_nameHashes[slot - 1] == hash && SameText(m_names[slot - 1], name))
+            return slot - 1;
+    }
+}
+
+uint32_t Analyzer::AddName(std::string_view name, uint64_t hash)
+{
+    const uint32_t found = FindName(name, hash);
+    if (found != kNoName || m_names.size() >= m_options.maxFunctions)
+        return found;
+    if (2 * (m_names.size() + 1) > m_nameSlots.size())
+    {
+        // Twice the room, every name placed again.
+        std::vector<uint32_t> slots(m_nameSlots.empty() ? 256 : 2 * m_nameSlots.size(), 0);
+        const size_t mask = slots.size() - 1;
+        for (size_t k = 0; k < m_names.size(); ++k)
+        {
+            size_t i = static_cast<size_t>(m_nameHashes[k]) & mask;
+            while (slots[i] != 0)
+                i = (i + 1) & mask;
+            slots[i] = static_cast<uint32_t>(k + 1);
+        }
+        m_nameSlots.swap(slots);
+    }
+    const uint32_t id = static_cast<uint32_t>(m_names.size());
+    m_names.emplace_back(name);
+    m_nameHashes.push_back(hash);
+    m_statsByName.push_back(nullptr);
+    m_nameIsAction.push_back(-1);
+    const size_t mask = m_nameSlots.size() - 1;
+    size_t i = static_cast<size_t>(hash) & mask;
+    while (m_nameSlots[i] != 0)
+        i = (i + 1) & mask;
+    m_nameSlots[i] = id + 1;
+    return id;
+}
+
+// f's figures in the summary; add: make room for them while the table has room
+// (a call that does not fit is counted in otherFunctions). Null when they have none.
+FunctionStats* Analyzer::Stats(const Frame& f, bool add)
+{
+    if (f.fn != kNoName && m_statsByName[f.fn] != nullptr)
+        return m_statsByName[f.fn];
+    const std::string& name = FrameName(f);
+    FunctionStats* s = nullptr;
+    auto it = m_summary.functions.find(name);
+    if (it != m_summary.functions.end())
+        s = &it->second;
+    else if (add && m_summary.functions.size() >= m_options.maxFunctions)
+        ++m_summary.otherFunctions;
+    else if (add)
+        s = &m_summary.functions.emplace(name, FunctionStats()).first->second;
+    if (s != nullptr && f.fn != kNoName)
+        m_statsByName[f.fn] = s;
+    return s;
+}
+
 void Analyzer::RecordCall(const Frame& f, const ThreadState& t, double ms, std::string_view result)
 {
-    auto it = m_summary.functions.find(f.name);
-    if (it == m_summary.functions.end())
+    if (FunctionStats* stats = Stats(f, true))
     {
-        if (m_summary.functions.size() >= m_options.maxFunctions)
-        {
-            ++m_summary.otherFunctions;
-            it = m_summary.functions.end();
-        }
-        else
-            it = m_summary.functions.emplace(f.name, FunctionStats()).first;
-    }
-    if (it != m_summary.functions.end())
-    {
-        FunctionStats& s = it->second;
+        FunctionStats& s = *stats;
         ++s.count;
         if (ms >= 0)
         {
@@ -723,7 +853,7 @@ void Analyzer::RecordCall(const Frame& f, const ThreadState& t, double ms, std::
     if (m_slowHeap.size() >= m_options.slowestCount && ms <= m_slowHeap.front().first)
         return;
     CallRef c;
-    c.name = f.name;
+    c.name = FrameName(f);
     c.file = m_file;
     c.thread = t.id;
     c.line = f.line;
@@ -744,18 +874,17 @@ void Analyzer::RecordNeverReturned(const Frame& f, const ThreadState& t, const s
                                    const std::string& reason)
 {
     ++m_summary.neverReturnedCount;
-    auto it = m_summary.functions.find(f.name);
-    if (it != m_summary.functions.end())
-        ++it->second.neverReturned;
+    if (FunctionStats* stats = Stats(f, false))
+        ++stats->neverReturned;
     else if (m_summary.functions.size() < m_options.maxFunctions)
-        m_summary.functions[f.name].neverReturned = 1;
+        m_summary.functions[FrameName(f)].neverReturned = 1;
     auto p = m_processes.find(t.id.pid);
     if (p != m_processes.end() && p->second.inAction)
         ++p->second.action.neverReturned;
     if (m_summary.neverReturned.size() >= m_options.maxNeverReturned)
         return;
     CallRef c;
-    c.name = f.name;
+    c.name = FrameName(f);
     c.file = file;
     c.thread = t.id;
     c.line = f.line;
@@ -790,7 +919,7 @@ void Analyzer::CloseFrames(ThreadState& t, size_t keep, const std::string& file,
             item.kind = Item::Kind::Return;
             item.line = n;
             item.depth = static_cast<int>(t.depth);
-            item.text = f.name;
+            item.text = FrameName(f);
             item.callId = f.callId;
             item.status = CallStatus::NeverReturned;
             item.reason = reason;

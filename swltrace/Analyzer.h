@@ -51,9 +51,11 @@ public:
     void ProcessLine(const std::string& file, uint64_t lineNumber, std::string_view line);
 
 private:
+    static const uint32_t kNoName = 0xFFFFFFFFu;
     struct Frame
     {
-        std::string name;
+        uint32_t fn = kNoName;    // the function's number in m_names, or kNoName: then ownName
+        std::string ownName;      // only when the table of names is full
         uint64_t line = 0;
         uint64_t counter = 0;
         int32_t clockMs = 0;
@@ -69,24 +71,27 @@ private:
         std::deque<Item> pending;
         uint64_t frontSeq = 0;
         std::string action;
+        uint64_t actionSerial = 0;   // the action run action was taken from
     };
     struct ProcessState
     {
         ActionRun action;
+        uint64_t actionSerial = 0;   // a number for each action run, never reused
         bool inAction = false;
         size_t openFrames = 0;
         uint64_t firstCounter = 0;
         uint64_t lastCounter = 0;
     };
 
-    // A line already split into its fields (t is changed when it holds two lines).
-    void ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, TraceLine t);
+    // A line already split into its fields.
+    void ProcessParsed(const std::string& file, uint64_t n, std::string_view line, ParseResult r, const TraceLine& t);
     void Line(const std::string& file, uint64_t n, const TraceLine& t);
     void NewRun(const std::string& file, uint64_t n, const std::string& why);
     ThreadState& Thread(uint32_t pid, uint32_t tid);
     ProcessState& Process(uint32_t pid);
     int MatchAction(std::string_view text, bool byName, int32_t clockMs);
     bool IsActionName(std::string_view name) const;
+    bool NameIsAction(uint32_t fn, std::string_view name);
     void BeginAction(ThreadState& t, ProcessState& p, const std::string& file, uint64_t n, int32_t clockMs,
                      const std::string& name, int msiIndex);
     void EndAction(ProcessState& p);
@@ -98,6 +103,10 @@ private:
     void RecordCall(const Frame& f, const ThreadState& t, double ms, std::string_view result);
     void RecordNeverReturned(const Frame& f, const ThreadState& t, const std::string& file, const std::string& reason);
     double Milliseconds(uint64_t from, uint64_t to) const;
+    uint32_t FindName(std::string_view name, uint64_t hash) const;
+    uint32_t AddName(std::string_view name, uint64_t hash);
+    const std::string& FrameName(const Frame& f) const { return f.fn != kNoName ? m_names[f.fn] : f.ownName; }
+    FunctionStats* Stats(const Frame& f, bool add);
 
     Options m_options;
     const MsiLog* m_msiLog;
@@ -132,5 +141,15 @@ private:
     bool m_sawUtf8 = false;
     bool m_sawAnsi = false;
     std::vector<std::pair<double, CallRef>> m_slowHeap;
+    uint64_t m_nextActionSerial = 1;
+
+    // Function names, each stored once and numbered, so that an EXIT line
+    // compares numbers and finds its function's figures without hashing. At
+    // most maxFunctions of them; further names stay with their frames.
+    std::deque<std::string> m_names;
+    std::vector<uint64_t> m_nameHashes;
+    std::vector<uint32_t> m_nameSlots;             // open addressing: number + 1, 0 when free
+    std::vector<FunctionStats*> m_statsByName;     // into m_summary.functions, null until there
+    std::vector<signed char> m_nameIsAction;       // IsActionName, -1 until asked
 };
 } // namespace swltrace

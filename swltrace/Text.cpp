@@ -1,6 +1,10 @@
 #include "Text.h"
+#include <charconv>
 #include <cstdio>
 #include <cstring>
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
 
 namespace swltrace
 {
@@ -135,8 +139,48 @@ TextEncoding DetectEncoding(std::string_view bytes)
     return TextEncoding::Utf8;
 }
 
+// Length of the start of bytes that is printable ASCII or tabs: copied as it is.
+size_t PlainPrefix(std::string_view bytes)
+{
+    const char* const begin = bytes.data();
+    const char* p = begin;
+    const char* const end = p + bytes.size();
+#if defined(__SSE2__) || defined(_M_X64)
+    // Bytes below 0x20 (signed: also those above 0x7F) that are not tabs.
+    const __m128i space = _mm_set1_epi8(0x20);
+    const __m128i tab = _mm_set1_epi8('\t');
+    for (; end - p >= 16; p += 16)
+    {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i odd = _mm_andnot_si128(_mm_cmpeq_epi8(v, tab), _mm_cmplt_epi8(v, space));
+        const unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(odd));
+        if (bits != 0)
+        {
+            unsigned bit = 0;
+            while ((bits & (1u << bit)) == 0)
+                ++bit;
+            return static_cast<size_t>(p - begin) + bit;
+        }
+    }
+#endif
+    for (; p < end; ++p)
+    {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c >= 0x80 || (c < 0x20 && c != '\t'))
+            break;
+    }
+    return static_cast<size_t>(p - begin);
+}
+
 void AppendUtf8(std::string& out, std::string_view bytes)
 {
+    // The plain ASCII start in one piece; what follows it reads the same on its
+    // own, as no character spans the point where it begins.
+    const size_t plain = PlainPrefix(bytes);
+    out.append(bytes.data(), plain);
+    if (plain == bytes.size())
+        return;
+    bytes.remove_prefix(plain);
     Walk(
         bytes,
         [&](char c) {
@@ -215,26 +259,102 @@ void AppendHtmlEscaped(std::string& out, std::string_view bytes)
         [&](const std::string& seq) { out += seq; });
 }
 
+namespace
+{
+// value with digits decimals, as printf's "%.*f" writes it.
+void AppendFixed(std::string& out, double value, int digits)
+{
+    char buf[64];
+    const std::to_chars_result r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, digits);
+    if (r.ec == std::errc())
+        out.append(buf, static_cast<size_t>(r.ptr - buf));
+    else
+    {
+        std::snprintf(buf, sizeof buf, "%.*f", digits, value);
+        out += buf;
+    }
+}
+
+void AppendTwoDigits(char* p, int v)
+{
+    p[0] = static_cast<char>('0' + v / 10);
+    p[1] = static_cast<char>('0' + v % 10);
+}
+} // namespace
+
+void AppendDuration(std::string& out, double ms)
+{
+    if (ms < 0)
+        out += '?';
+    else if (ms < 1.0)
+    {
+        AppendFixed(out, ms * 1000.0, 1);
+        out += " us";
+    }
+    else if (ms < 1000.0)
+    {
+        AppendFixed(out, ms, 3);
+        out += " ms";
+    }
+    else
+    {
+        AppendFixed(out, ms / 1000.0, 3);
+        out += " s";
+    }
+}
+
 std::string FormatDuration(double ms)
 {
-    char buf[32];
+    std::string s;
+    AppendDuration(s, ms);
+    return s;
+}
+
+void AppendClock(std::string& out, int32_t ms)
+{
     if (ms < 0)
-        return "?";
-    if (ms < 1.0)
-        std::snprintf(buf, sizeof buf, "%.1f us", ms * 1000.0);
-    else if (ms < 1000.0)
-        std::snprintf(buf, sizeof buf, "%.3f ms", ms);
-    else
-        std::snprintf(buf, sizeof buf, "%.3f s", ms / 1000.0);
-    return buf;
+    {
+        out += "--:--:--.---";
+        return;
+    }
+    if (ms >= 100 * 3600000)
+    {
+        char buf[24];
+        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%03d", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
+        out += buf;
+        return;
+    }
+    char buf[12];
+    AppendTwoDigits(buf, ms / 3600000);
+    buf[2] = ':';
+    AppendTwoDigits(buf + 3, ms / 60000 % 60);
+    buf[5] = ':';
+    AppendTwoDigits(buf + 6, ms / 1000 % 60);
+    buf[8] = '.';
+    buf[9] = static_cast<char>('0' + ms % 1000 / 100);
+    AppendTwoDigits(buf + 10, ms % 100);
+    out.append(buf, 12);
 }
 
 std::string FormatClock(int32_t ms)
 {
-    char buf[16];
-    if (ms < 0)
-        return "--:--:--.---";
-    std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%03d", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
-    return buf;
+    std::string s;
+    AppendClock(s, ms);
+    return s;
+}
+
+void AppendNumber(std::string& out, uint64_t value, int width)
+{
+    char buf[24];
+    char* p = buf + sizeof buf;
+    do
+    {
+        *--p = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    const int digits = static_cast<int>(buf + sizeof buf - p);
+    if (digits < width)
+        out.append(static_cast<size_t>(width - digits), ' ');
+    out.append(p, static_cast<size_t>(digits));
 }
 } // namespace swltrace

@@ -34,6 +34,10 @@ void AppendHtmlEscaped(std::string& out, std::string_view bytes);
 
 // "12.3 us", "4.567 ms", "1.234 s", or "?" for a negative value.
 std::string FormatDuration(double milliseconds);
+void AppendDuration(std::string& out, double milliseconds);
 // "hh:mm:ss.mmm" from milliseconds since midnight.
 std::string FormatClock(int32_t milliseconds);
+void AppendClock(std::string& out, int32_t milliseconds);
+// value in decimal, right-aligned in width characters (printf's "%*llu").
+void AppendNumber(std::string& out, uint64_t value, int width);
 } // namespace swltrace

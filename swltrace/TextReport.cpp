@@ -2,6 +2,13 @@
 #include "Text.h"
 #include <algorithm>
 #include <cstdarg>
+#ifdef _WIN32
+#include <io.h>
+#define SWLTRACE_ISATTY(f) _isatty(_fileno(f))
+#else
+#include <unistd.h>
+#define SWLTRACE_ISATTY(f) isatty(fileno(f))
+#endif
 
 namespace swltrace
 {
@@ -67,9 +74,11 @@ const char* const kReset = "\x1b[0m";
 class TextReport : public ReportSink
 {
 public:
-    TextReport(std::FILE* out, bool color, bool summaryOnly) : m_out(out), m_color(color), m_summaryOnly(summaryOnly)
+    TextReport(std::FILE* out, bool color, bool summaryOnly)
+        : m_out(out), m_color(color), m_summaryOnly(summaryOnly), m_terminal(SWLTRACE_ISATTY(out) != 0)
     {
     }
+    ~TextReport() override { Flush(); }
 
     void Begin(const Header& h) override
     {
@@ -109,10 +118,9 @@ public:
     {
         if (m_summaryOnly)
             return;
-        m_line.clear();
         if (item.kind == Item::Kind::ActionBegin)
         {
-            m_line += C(kBold);
+            Color(kBold);
             m_line += "--- custom action ";
             m_line += item.text;
             if (m_log != nullptr && item.msiIndex >= 0)
@@ -120,21 +128,24 @@ public:
                 const MsiAction& a = m_log->actions[static_cast<size_t>(item.msiIndex)];
                 m_line += " [Installer log: " + DescribeMsiAction(*m_log, a) + "]";
                 if (a.failed)
-                    m_line += std::string(C(kRed)) + " FAILED";
+                {
+                    Color(kRed);
+                    m_line += " FAILED";
+                }
             }
             else if (m_log != nullptr)
                 m_line += " [not in the Installer log]";
-            m_line += C(kReset);
+            Color(kReset);
             m_line += "\n";
-            std::fputs(m_line.c_str(), m_out);
+            Written();
             return;
         }
-        char prefix[48];
-        std::snprintf(prefix, sizeof prefix, "%7llu %s ", static_cast<unsigned long long>(item.line),
-                      FormatClock(item.clockMs).c_str());
-        m_line += C(kDim);
-        m_line += prefix;
-        m_line += C(kReset);
+        Color(kDim);
+        AppendNumber(m_line, item.line, 7);
+        m_line += ' ';
+        AppendClock(m_line, item.clockMs);
+        m_line += ' ';
+        Color(kReset);
         m_line.append(static_cast<size_t>(item.depth) * 2, ' ');
         switch (item.kind)
         {
@@ -149,21 +160,30 @@ public:
             break;
         case Item::Kind::Message:
             if (item.messageKind == MessageKind::Fault)
-                m_line += std::string(C(kRed)) + "[FAULT] ";
+            {
+                Color(kRed);
+                m_line += "[FAULT] ";
+            }
             else if (item.exception)
-                m_line += std::string(C(kYellow)) + "[EXCEPTION] ";
+            {
+                Color(kYellow);
+                m_line += "[EXCEPTION] ";
+            }
             else if (item.messageKind == MessageKind::MsiLog)
-                m_line += std::string(C(kCyan)) + "[MSI] ";
+            {
+                Color(kCyan);
+                m_line += "[MSI] ";
+            }
             else
                 m_line += "| ";
             AppendUtf8(m_line, item.messageKind == MessageKind::MsiLog ? MsiText(item.text) : std::string_view(item.text));
-            m_line += C(kReset);
+            Color(kReset);
             break;
         default:
             break;
         }
-        m_line += "\n";
-        std::fputs(m_line.c_str(), m_out);
+        m_line += '\n';
+        Written();
     }
 
     void End(const Summary& s, const Warnings& w) override
@@ -241,14 +261,35 @@ public:
             Printf(" (%s; each went to stderr with its line number)", kinds.c_str());
         }
         Printf("\n");
+        Flush();
         std::fflush(m_out);
     }
 
 private:
     const char* C(const char* code) const { return m_color ? code : ""; }
+    void Color(const char* code)
+    {
+        if (m_color)
+            m_line += code;
+    }
+
+    // The lines of the call trees gather in m_line and go out in large blocks,
+    // or each at once to a terminal.
+    void Written()
+    {
+        if (m_terminal || m_line.size() >= (64u << 10))
+            Flush();
+    }
+    void Flush()
+    {
+        if (!m_line.empty())
+            std::fwrite(m_line.data(), 1, m_line.size(), m_out);
+        m_line.clear();
+    }
 
     void Printf(const char* format, ...)
     {
+        Flush();
         va_list args;
         va_start(args, format);
         std::vfprintf(m_out, format, args);
@@ -274,7 +315,7 @@ private:
         if (item.status == CallStatus::Returned)
         {
             m_line += "  ";
-            m_line += FormatDuration(item.durationMs);
+            AppendDuration(m_line, item.durationMs);
             if (!item.result.empty())
             {
                 m_line += "  ";
@@ -285,10 +326,10 @@ private:
         }
         else if (item.status == CallStatus::NeverReturned)
         {
-            m_line += C(kRed);
+            Color(kRed);
             m_line += "  NEVER RETURNED: ";
             m_line += item.reason;
-            m_line += C(kReset);
+            Color(kReset);
         }
         else
             m_line += "  (returns further down)";
@@ -307,6 +348,7 @@ private:
     std::FILE* m_out;
     bool m_color;
     bool m_summaryOnly;
+    bool m_terminal;
     const MsiLog* m_log = nullptr;
     std::string m_line;
 };

@@ -35,22 +35,25 @@ int HexDigit(char c)
 }
 
 // Reads hex digits from p up to the delimiter; false when there are none, more
-// than maxDigits, or another character comes first.
+// than maxDigits, or another character comes first. One test per byte: a
+// digit that is not hex makes bad negative.
 bool ReadHex(const char*& p, const char* end, char delimiter, size_t maxDigits, uint64_t& value)
 {
-    value = 0;
-    size_t digits = 0;
-    while (p < end && *p != delimiter)
+    const size_t available = static_cast<size_t>(end - p);
+    const size_t limit = available < maxDigits + 1 ? available : maxDigits + 1;
+    uint64_t v = 0;
+    int bad = 0;
+    size_t i = 0;
+    for (; i < limit && p[i] != delimiter; ++i)
     {
-        int d = HexDigit(*p);
-        if (d < 0 || ++digits > maxDigits)
-            return false;
-        value = (value << 4) | static_cast<uint64_t>(d);
-        ++p;
+        const int d = HexDigit(p[i]);
+        bad |= d;
+        v = (v << 4) | static_cast<uint64_t>(d & 15);
     }
-    if (p == end || digits == 0)
+    if (i == limit || i == 0 || bad < 0)
         return false;
-    ++p;  // the delimiter
+    value = v;
+    p += i + 1;  // the delimiter
     return true;
 }
 
@@ -121,21 +124,37 @@ void ScanMessage(std::string_view m, TraceLine& out)
     const __m128i tabs = _mm_set1_epi8('\t');
     const __m128i xs = _mm_set1_epi8('x');
     const __m128i lower = _mm_set1_epi8(0x20);
-    for (; end - p >= 16; p += 16)
-    {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        high |= _mm_movemask_epi8(v) != 0;
-        tab |= _mm_movemask_epi8(_mm_cmpeq_epi8(v, tabs)) != 0;
-        unsigned x = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_or_si128(v, lower), xs)));
+    // 16 bytes from at; only those whose bit is in valid count.
+    auto scan = [&](const char* at, const char* base, unsigned valid) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        high |= (static_cast<unsigned>(_mm_movemask_epi8(v)) & valid) != 0;
+        tab |= (static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, tabs))) & valid) != 0;
+        unsigned x = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_or_si128(v, lower), xs))) & valid;
         while (x != 0 && !exception)
         {
             unsigned bit = 0;
             while ((x & (1u << bit)) == 0)
                 ++bit;
             x &= x - 1;
-            exception = ExceptionAt(m, static_cast<size_t>(p - begin) + bit);
+            exception = ExceptionAt(m, static_cast<size_t>(at - base) + bit);
         }
+    };
+    for (; end - p >= 16; p += 16)
+        scan(p, begin, 0xFFFF);
+    const size_t rest = static_cast<size_t>(end - p);
+    if (rest > 0 && m.size() >= 16)
+    {
+        // The last 16 bytes again, counting only those not seen yet.
+        scan(end - 16, begin, 0xFFFFu << (16 - rest) & 0xFFFF);
     }
+    else if (rest > 0)
+    {
+        // A short message: a copy padded with zero bytes, which count as nothing.
+        alignas(16) char padded[16] = {};
+        std::memcpy(padded, p, rest);
+        scan(padded, padded, 0xFFFF);
+    }
+    p = end;
 #else
     for (; end - p >= 8; p += 8)
     {
@@ -203,6 +222,30 @@ bool ParseFault(std::string_view m, TraceLine& out)
     return true;
 }
 
+} // namespace
+
+uint64_t NameHash(std::string_view name)
+{
+    // Eight bytes at a time, each word mixed in by a multiply.
+    const char* p = name.data();
+    size_t n = name.size();
+    uint64_t h = 0x9E3779B97F4A7C15ULL ^ n;
+    for (; n >= 8; n -= 8, p += 8)
+    {
+        uint64_t w;
+        std::memcpy(&w, p, 8);
+        h = (h ^ w) * 0xFF51AFD7ED558CCDULL;
+        h ^= h >> 32;
+    }
+    uint64_t w = 0;
+    for (size_t k = 0; k < n; ++k)
+        w |= static_cast<uint64_t>(static_cast<unsigned char>(p[k])) << (8 * k);
+    h = (h ^ w) * 0xC4CEB9FE1A85EC53ULL;
+    return h ^ (h >> 29);
+}
+
+namespace
+{
 void Classify(TraceLine& out)
 {
     std::string_view m = out.message;
@@ -211,10 +254,12 @@ void Classify(TraceLine& out)
     out.result = {};
     out.text = {};
     out.sourceLine = 0;
+    out.nameHash = 0;
     if (StartsWith(m, "ENTRY:"))
     {
         out.kind = MessageKind::Entry;
         out.name = TrimSpaces(m.substr(6));
+        out.nameHash = NameHash(out.name);
     }
     else if (StartsWith(m, "EXIT:"))
     {
@@ -232,6 +277,7 @@ void Classify(TraceLine& out)
                 out.result = result;
             }
         }
+        out.nameHash = NameHash(out.name);
     }
     else if (StartsWith(m, "(MSI LOG ENTRY)"))
     {
@@ -246,18 +292,20 @@ void Classify(TraceLine& out)
 }
 } // namespace
 
-ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
+namespace
+{
+ParseResult SplitFields(std::string_view line, TraceLine& out)
 {
     const char* p = line.data();
     const char* end = p + line.size();
 
-    const void* tab = std::memchr(p, '\t', line.size() < kMaxComponent ? line.size() : kMaxComponent);
-    if (tab == nullptr || tab == p)
+    // The component: a few printable bytes up to the first tab.
+    const char* const limit = line.size() < kMaxComponent ? end : p + kMaxComponent;
+    const char* t = p;
+    while (t < limit && static_cast<unsigned char>(*t) >= 0x20)
+        ++t;
+    if (t == limit || *t != '\t' || t == p)
         return ParseResult::NotOurs;
-    const char* t = static_cast<const char*>(tab);
-    for (const char* c = p; c < t; ++c)
-        if (static_cast<unsigned char>(*c) < 0x20)
-            return ParseResult::NotOurs;
     out.component = std::string_view(p, static_cast<size_t>(t - p));
     p = t + 1;
     if (!Expect(p, end, "PID:", 4))
@@ -284,8 +332,21 @@ ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
     out.counter = value;
 
     out.message = std::string_view(p, static_cast<size_t>(end - p));
-    Classify(out);
     return ParseResult::Ok;
+}
+} // namespace
+
+ParseResult ParseTraceLine(std::string_view line, TraceLine& out)
+{
+    const ParseResult r = SplitFields(line, out);
+    if (r == ParseResult::Ok)
+        Classify(out);
+    return r;
+}
+
+ParseResult ParseTraceFields(std::string_view line, TraceLine& out)
+{
+    return SplitFields(line, out);
 }
 
 size_t FindEmbeddedLine(std::string_view line, std::string_view component)

@@ -35,6 +35,7 @@ struct TraceLine
     std::string_view message;
     MessageKind kind = MessageKind::Plain;
     std::string_view name;      // Entry/Exit: the function; Fault: the source file
+    uint64_t nameHash = 0;      // Entry/Exit: NameHash(name)
     std::string_view result;    // Exit: "bReturn=true" and the like, or empty
     std::string_view text;      // MsiLog: the logged text; Fault: the text after "): "
     int sourceLine = 0;         // Fault: the line number in the source file
@@ -43,8 +44,15 @@ struct TraceLine
     bool tabs = false;          // the message has a tab
 };
 
+// A hash of a function's name, computed with the rest of the line so that the
+// thread that builds the call stacks only looks it up.
+uint64_t NameHash(std::string_view name);
+
 // Splits line (without its line end) into out. out's views point into line.
 ParseResult ParseTraceLine(std::string_view line, TraceLine& out);
+// Only the fields up to the message (component, pid, tid, clock, counter,
+// message), without reading what the message says.
+ParseResult ParseTraceFields(std::string_view line, TraceLine& out);
 
 // Where, after the start, another trace line begins inside this one (a line cut
 // off by a crash, followed by the next writer's line), or npos. component is

@@ -167,6 +167,10 @@ int main(int argc, char** argv)
 #endif
     }
 
+    // Into a file or a pipe, write in large blocks (a terminal keeps its lines).
+    if (!SWLTRACE_ISATTY(1))
+        std::setvbuf(stdout, nullptr, _IOFBF, 1 << 16);
+
     swltrace::Warnings warnings(stderr);
     int status = 0;
     swltrace::MsiLog msiLog;

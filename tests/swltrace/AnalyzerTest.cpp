@@ -240,18 +240,27 @@ TEST(BoundsTest, SummaryTablesStopGrowingAtTheirLimits)
     options.qpcFrequency = 1e7;
     Analyzer analyzer(options, nullptr, nullptr, w);
     uint64_t n = 0;
+    // Calls of names past the limit still pair with their EXIT lines, also
+    // inside and around calls of names within it.
+    analyzer.ProcessLine("t", ++n, Line(1, 2, n, 0, "ENTRY:  F0"));
     for (int i = 0; i < 100; ++i)
     {
         const std::string name = "F" + std::to_string(i);
         analyzer.ProcessLine("t", ++n, Line(1, 2, n, 0, "ENTRY:  " + name));
+        analyzer.ProcessLine("t", ++n, Line(1, 2, n, 0, "ENTRY:  F1"));
         analyzer.ProcessLine("t", ++n, Line(1, 2, n, 0, "X.cpp (1): failed"));
+        analyzer.ProcessLine("t", ++n, Line(1, 2, n, 0, "EXIT:  F1"));
         analyzer.ProcessLine("t", ++n, Line(1, 2, n, 0, "EXIT:  " + name));
     }
+    analyzer.ProcessLine("t", ++n, Line(1, 2, n, 0, "EXIT:  F0"));
     analyzer.Finish();
     const Summary& s = analyzer.GetSummary();
+    EXPECT_EQ(s.neverReturnedCount, 0u);
+    EXPECT_EQ(s.functions.at("F0").count, 2u);
+    EXPECT_EQ(s.functions.at("F1").count, 101u);
     EXPECT_EQ(s.functions.size(), 10u);
     EXPECT_EQ(s.otherFunctions, 90u);
     EXPECT_EQ(s.faults.size(), 5u);
     EXPECT_EQ(s.faultCount, 100u);
-    EXPECT_EQ(s.calls, 100u);
+    EXPECT_EQ(s.calls, 201u);
 }

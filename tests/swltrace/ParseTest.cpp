@@ -1,10 +1,13 @@
 // Reading single trace lines, text in any encoding, and files line by line.
 #include "LineReader.h"
+#include "ParsedLines.h"
 #include "Text.h"
 #include "TraceLine.h"
 #include <gtest/gtest.h>
+#include <cmath>
 #include <cstdio>
 #include <random>
+#include <regex>
 #include <string>
 
 using namespace swltrace;
@@ -143,6 +146,26 @@ TEST(TextTest, FormatsDurationsAndClocks)
     EXPECT_EQ(FormatDuration(1234.5), "1.234 s");
     EXPECT_EQ(FormatDuration(-1), "?");
     EXPECT_EQ(FormatClock(((14 * 60 + 2) * 60 + 11) * 1000 + 5), "14:02:11.005");
+    EXPECT_EQ(FormatClock(-1), "--:--:--.---");
+
+    // Rounded as printf rounds, at every scale and on the halves.
+    std::mt19937 random(3);
+    for (int i = 0; i < 20000; ++i)
+    {
+        const double ms = i % 3 == 0 ? (random() % 2000000) / 2000.0 : std::ldexp(random() % 100000, -(int)(random() % 30));
+        char expected[64];
+        if (ms < 1)
+            std::snprintf(expected, sizeof expected, "%.1f us", ms * 1000.0);
+        else if (ms < 1000)
+            std::snprintf(expected, sizeof expected, "%.3f ms", ms);
+        else
+            std::snprintf(expected, sizeof expected, "%.3f s", ms / 1000.0);
+        ASSERT_EQ(FormatDuration(ms), expected) << ms;
+    }
+    std::string numbers;
+    AppendNumber(numbers, 42, 7);
+    AppendNumber(numbers, 123456789, 7);
+    EXPECT_EQ(numbers, "     42123456789");
 }
 
 namespace
@@ -157,6 +180,50 @@ std::string WriteTemp(const std::string& bytes)
     return name;
 }
 } // namespace
+
+TEST(TraceLineTest, TheFieldsAgreeWithTheFormat)
+{
+    // Lines with a byte of their fields changed at random and hex fields of
+    // every length, with a short message and a long one, against the format
+    // written out as a pattern.
+    const std::regex format("SWL\tPID:([0-9A-Fa-f]{1,8})\tTID:([0-9A-Fa-f]{1,8})\t([0-9]{2}):([0-9]{2}):([0-9]{2})"
+                            "\\.([0-9]{3})\t\\(([0-9A-Fa-f]{1,16})\\)\t.*");
+    const std::string noise = "0123456789abcdefABCDEFgG:.()\t \x80\xff";
+    std::mt19937 random(5);
+    for (int i = 0; i < 20000; ++i)
+    {
+        auto hex = [&](size_t n) {
+            std::string h;
+            for (size_t k = 0; k < n; ++k)
+                h += "0123456789abcdefABCDEF"[random() % 22];
+            return h;
+        };
+        std::string head = "SWL\tPID:" + hex(1 + random() % 9) + "\tTID:" + hex(1 + random() % 9) + "\t" +
+                           std::to_string(10 + random() % 15) + ":" + std::to_string(10 + random() % 51) + ":" +
+                           std::to_string(10 + random() % 51) + "." + std::to_string(100 + random() % 900) + "\t(" +
+                           hex(1 + random() % 17) + ")\t";
+        if (i % 2 == 0)
+            head[4 + random() % (head.size() - 4)] = noise[random() % noise.size()];
+        for (const std::string& message : {std::string("x"), std::string(40, 'm')})
+        {
+            const std::string line = head + message;
+            TraceLine t;
+            const ParseResult r = ParseTraceLine(line, t);
+            std::smatch m;
+            const bool ours = line.compare(0, 8, "SWL\tPID:") == 0;
+            const bool ok = std::regex_match(line, m, format) && std::stoi(m[3]) <= 23 && std::stoi(m[4]) <= 59 &&
+                            std::stoi(m[5]) <= 59;
+            ASSERT_EQ(r, ok ? ParseResult::Ok : ours ? ParseResult::Cut : ParseResult::NotOurs) << line;
+            if (!ok)
+                continue;
+            EXPECT_EQ(t.pid, std::stoul(m[1], nullptr, 16)) << line;
+            EXPECT_EQ(t.tid, std::stoul(m[2], nullptr, 16)) << line;
+            EXPECT_EQ(t.clockMs, ((std::stoi(m[3]) * 60 + std::stoi(m[4])) * 60 + std::stoi(m[5])) * 1000 + std::stoi(m[6]));
+            EXPECT_EQ(t.counter, std::stoull(m[7], nullptr, 16)) << line;
+            EXPECT_EQ(t.message, message);
+        }
+    }
+}
 
 TEST(LineReaderTest, GivesLinesWithoutLineEndsAcrossBlocks)
 {
@@ -202,5 +269,72 @@ TEST(LineReaderTest, CutsALineLongerThanTheLimitAndGoesOn)
     EXPECT_EQ(line, "after");
     EXPECT_EQ(reader.LineNumber(), 3u);
     EXPECT_FALSE(reader.Next(line));
+    std::remove(path.c_str());
+}
+
+TEST(ParsedLineReaderTest, SplitsBlocksIntoLinesLikeReadingOneByOne)
+{
+    // Small blocks and a small limit: lines across block ends, runs of empty
+    // lines that fill a batch's table, lines over the limit by 0 to 3 bytes with
+    // and without CR, far longer ones, and a last line without its end.
+    const size_t maxLine = 300;
+    std::mt19937 random(11);
+    std::string bytes;
+    for (int i = 0; i < 60000; ++i)
+    {
+        size_t length = random() % 120;
+        if (i % 97 == 0)
+            length = maxLine - 1 + random() % 4;
+        if (i % 501 == 0)
+            length = 70000 + random() % 5000;
+        if (i > 20000 && i < 40000)
+            length = 0;
+        bytes += std::string(length, static_cast<char>('a' + i % 26));
+        bytes += random() % 2 ? "\r\n" : "\n";
+    }
+    bytes += std::string(maxLine + 2, 'z');
+
+    // What each line should be.
+    struct Expected
+    {
+        std::string line;
+        uint64_t offset;
+        bool cut;
+        bool noLineEnd;
+    };
+    std::vector<Expected> expected;
+    for (size_t at = 0; at < bytes.size();)
+    {
+        size_t nl = bytes.find('\n', at);
+        const bool end = nl != std::string::npos;
+        size_t length = (end ? nl : bytes.size()) - at;
+        const size_t next = end ? nl + 1 : bytes.size();
+        if (end && length > 0 && bytes[at + length - 1] == '\r')
+            --length;
+        const bool cut = length > maxLine;
+        expected.push_back({bytes.substr(at, cut ? maxLine : length), at, cut, !end && !cut});
+        at = next;
+    }
+
+    const std::string path = WriteTemp(bytes);
+    ParsedLineReader reader(path, maxLine, 1000);
+    size_t n = 0;
+    size_t count = 0;
+    while (const ParsedLine* lines = reader.Next(count))
+    {
+        for (size_t i = 0; i < count; ++i, ++n)
+        {
+            ASSERT_LT(n, expected.size());
+            const ParsedLine& p = lines[i];
+            ASSERT_EQ(p.line, expected[n].line) << "line " << n + 1;
+            EXPECT_EQ(p.number, n + 1);
+            EXPECT_EQ(p.offset, expected[n].offset) << "line " << n + 1;
+            EXPECT_EQ(p.cut, expected[n].cut) << "line " << n + 1;
+            EXPECT_EQ(p.noLineEnd, expected[n].noLineEnd) << "line " << n + 1;
+        }
+    }
+    EXPECT_EQ(n, expected.size());
+    EXPECT_EQ(reader.Lines(), expected.size());
+    EXPECT_EQ(reader.Bytes(), bytes.size());
     std::remove(path.c_str());
 }
