@@ -157,7 +157,8 @@ TEST(MergeTest, ATraceFromAnotherTimeIsNotMatched)
 }
 
 // Every real scenario: the whole install is a tree under its custom actions,
-// and the failing action is the one the scenario expects.
+// the failing action is the one the scenario expects, and so is the fault
+// line inside it, with the calls open at that moment.
 TEST(MergeTest, RealScenariosShowTheInstallUnderItsActions)
 {
     std::ifstream list(DataFile("real/scenarios.txt"));
@@ -166,9 +167,11 @@ TEST(MergeTest, RealScenariosShowTheInstallUnderItsActions)
     while (std::getline(list, row))
     {
         std::istringstream fields(row);
-        std::string trace, logName, failing;
+        std::string trace, logName, failing, faultAt, openCalls;
         if (!(fields >> trace >> logName >> failing) || trace[0] == '#')
             continue;
+        fields >> faultAt >> openCalls;
+        std::replace(faultAt.begin(), faultAt.end(), '_', ' ');
         ++scenarios;
         SCOPED_TRACE(trace + " with " + logName);
         MsiLog log;
@@ -190,6 +193,19 @@ TEST(MergeTest, RealScenariosShowTheInstallUnderItsActions)
                                     [&](const ActionRun& a) { return a.msiIndex == log.firstFailing; });
             ASSERT_NE(run, r.summary.actions.end());
             EXPECT_GT(run->calls, 0u);
+        }
+        if (!faultAt.empty())
+        {
+            ASSERT_GE(log.firstFailing, 0);
+            auto fault = std::find_if(r.summary.faults.begin(), r.summary.faults.end(), [&](const FaultRef& f) {
+                return f.fault && f.message.compare(0, faultAt.size() + 1, faultAt + ":") == 0;
+            });
+            ASSERT_NE(fault, r.summary.faults.end()) << faultAt;
+            EXPECT_EQ(fault->action, failing);
+            std::string stack;
+            for (const std::string& call : fault->stack)
+                stack += (stack.empty() ? "" : ">") + call;
+            EXPECT_EQ(stack, openCalls);
         }
         // Every fault line of the file is reported, with the action it ran in.
         std::ifstream raw(DataFile("real/" + trace));
@@ -220,5 +236,5 @@ TEST(MergeTest, RealScenariosShowTheInstallUnderItsActions)
         EXPECT_EQ(inActions, r.summary.traceLines);
         EXPECT_EQ(r.summary.neverReturnedCount, 0u);
     }
-    EXPECT_GE(scenarios, 4);
+    EXPECT_GE(scenarios, 5);
 }

@@ -55,8 +55,8 @@ TEST(TextReportTest, NamesTheFailingActionFirstAndTheFaultWithItsCalls)
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
 }
 
-// The main job's own files: a clean install and removal, and the install
-// that fails without a device.
+// The main job's own files: a clean install and removal, the install that
+// fails without a device, and the one a pending reboot refuses.
 TEST(TextReportTest, ListsOnlyOurActionsAndNamesTheRealFailure)
 {
     const auto text = [](FILE* f) { return MakeTextReport(f, false, false); };
@@ -79,6 +79,20 @@ TEST(TextReportTest, ListsOnlyOurActionsAndNamesTheRealFailure)
     EXPECT_LT(failed.find("FAILED", action), failed.find("\n", action));
     EXPECT_NE(failed.find("    132 03:03:09.895 ReEnumeratePCIDevices  ", action), std::string::npos);
     EXPECT_NE(failed.find("[MSI] No Corvane(R) Swiftlane Technology compatible hardware found; cannot install", action),
+              std::string::npos);
+
+    const std::string reboot =
+        Report(text, {"real/pending-reboot.trace.txt"}, "real/pending-reboot.install.log");
+    const size_t named = reboot.find("First failing action: WarnRebootRequired_BeforeInstall, ");
+    ASSERT_NE(named, std::string::npos);
+    EXPECT_EQ(named, reboot.find("First failing action: "));
+    const size_t fault = reboot.find("Faults and exceptions (1)\n");
+    ASSERT_NE(fault, std::string::npos);
+    EXPECT_NE(reboot.find(", in WarnRebootRequired_BeforeInstall\n"
+                          "    RemnantCleanup.cpp (85): DeleteFile: Failed to delete firmware file : "
+                          "'C:\\Windows\\System32\\Drivers\\CfSwl.sys'\n"
+                          "    open calls: IsRebootRequired > DeleteFileW\n",
+                          fault),
               std::string::npos);
 }
 
