@@ -328,7 +328,7 @@ void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_vi
     if (r == ParseResult::Ok)
     {
         if (m_component.empty())
-            m_component.assign(t.component.data(), t.component.size());
+            m_component.assign(line.data(), t.componentLength);
         // A line cut off inside its message, with the next writer's line behind it.
         if (t.tabs)
         {

@@ -23,13 +23,13 @@ namespace swltrace
 {
 struct ParsedLine
 {
+    TraceLine fields;        // when result is Ok
     std::string_view line;   // without its line end
     uint64_t number = 0;     // 1-based
     uint64_t offset = 0;     // of its first byte in the file
     ParseResult result = ParseResult::NotOurs;
     bool cut = false;        // longer than the reader's limit, cut
     bool noLineEnd = false;  // the file ends inside this line
-    TraceLine fields;        // when result is Ok
 };
 
 // Offsets of the '\n' bytes of text[from, size), at most max of them, into

@@ -306,7 +306,7 @@ ParseResult SplitFields(std::string_view line, TraceLine& out)
         ++t;
     if (t == limit || *t != '\t' || t == p)
         return ParseResult::NotOurs;
-    out.component = std::string_view(p, static_cast<size_t>(t - p));
+    out.componentLength = static_cast<uint8_t>(t - p);
     p = t + 1;
     if (!Expect(p, end, "PID:", 4))
         return ParseResult::NotOurs;

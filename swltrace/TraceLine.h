@@ -9,14 +9,14 @@
 
 namespace swltrace
 {
-enum class ParseResult
+enum class ParseResult : uint8_t
 {
     Ok,
     NotOurs,  // does not start with a component name and "\tPID:"
     Cut       // starts like ours but a field is missing or broken
 };
 
-enum class MessageKind
+enum class MessageKind : uint8_t
 {
     Plain,
     Entry,      // "ENTRY:  Name"
@@ -27,21 +27,24 @@ enum class MessageKind
 
 struct TraceLine
 {
-    std::string_view component;
+    // Ordered so that the record packs without holes: the parsing thread
+    // writes it and the thread with the call stacks reads it right after,
+    // so every cache line it spans crosses between the cores.
+    std::string_view message;
+    std::string_view name;      // Entry/Exit: the function; Fault: the source file
+    std::string_view result;    // Exit: "bReturn=true" and the like, or empty
+    std::string_view text;      // MsiLog: the logged text; Fault: the text after "): "
+    uint64_t counter = 0;       // performance counter, raw ticks
+    uint64_t nameHash = 0;      // Entry/Exit: NameHash(name)
     uint32_t pid = 0;
     uint32_t tid = 0;
     int32_t clockMs = 0;        // local time, milliseconds since midnight
-    uint64_t counter = 0;       // performance counter, raw ticks
-    std::string_view message;
-    MessageKind kind = MessageKind::Plain;
-    std::string_view name;      // Entry/Exit: the function; Fault: the source file
-    uint64_t nameHash = 0;      // Entry/Exit: NameHash(name)
-    std::string_view result;    // Exit: "bReturn=true" and the like, or empty
-    std::string_view text;      // MsiLog: the logged text; Fault: the text after "): "
     int sourceLine = 0;         // Fault: the line number in the source file
+    MessageKind kind = MessageKind::Plain;
     bool exception = false;     // the message reports an exception
     bool highBytes = false;     // the message has bytes above 0x7F
     bool tabs = false;          // the message has a tab
+    uint8_t componentLength = 0;  // the component is the line's first componentLength bytes
 };
 
 // A hash of a function's name, computed with the rest of the line so that the

@@ -17,7 +17,7 @@ TEST(TraceLineTest, SplitsTheFieldsOfALineTheLibraryWrote)
     TraceLine t;
     ASSERT_EQ(ParseTraceLine("SWL\tPID:130\tTID:154\t02:38:43.360\t(16B4FE7A7F)\tEXIT:  IsOSSupported, bReturn=false", t),
               ParseResult::Ok);
-    EXPECT_EQ(t.component, "SWL");
+    EXPECT_EQ(t.componentLength, 3u);
     EXPECT_EQ(t.pid, 0x130u);
     EXPECT_EQ(t.tid, 0x154u);
     EXPECT_EQ(t.clockMs, ((2 * 60 + 38) * 60 + 43) * 1000 + 360);
