@@ -268,7 +268,7 @@ bool Analyzer::AddFile(const std::string& path)
         m_warnings.Add(path, 0, "file", "cannot open the trace file");
         return false;
     }
-    m_frequency = info.frequency;
+    SetFrequency(info.frequency);
     m_file = path;
     m_sawUtf8 = m_sawAnsi = false;
     m_haveCounter = false;
@@ -365,6 +365,15 @@ void Analyzer::ProcessParsed(const std::string& file, uint64_t n, std::string_vi
         m_warnings.Add(file, n, "not ours", "not a trace line (no \"NAME<tab>PID:\" at its start): skipped");
 }
 
+void Analyzer::SetFrequency(double frequency)
+{
+    m_frequency = frequency;
+    m_secondTicks = static_cast<uint64_t>(frequency);
+    // Below nine tenths of an hour of ticks the exact test in Line cannot pass.
+    const double below = kLaterRunSeconds * frequency * 0.9;
+    m_belowLaterRun = below > 0 ? below < 1.8e19 ? static_cast<uint64_t>(below) : UINT64_MAX : 0;
+}
+
 double Analyzer::Milliseconds(uint64_t from, uint64_t to) const
 {
     if (to < from)
@@ -430,7 +439,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
     ++m_summary.traceLines;
 
     // The machine restarted: the counter starts again from near zero.
-    const uint64_t slack = static_cast<uint64_t>(m_frequency);
+    const uint64_t slack = m_secondTicks;
     if (m_haveCounter && t.counter + slack < m_maxCounter)
     {
         char buf[160];
@@ -441,7 +450,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
         NewRun(file, n, buf);
         m_maxCounter = t.counter;
     }
-    else if (m_haveCounter && t.counter > m_lastCounter &&
+    else if (m_haveCounter && t.counter > m_lastCounter && t.counter - m_lastCounter > m_belowLaterRun &&
              static_cast<double>(t.counter - m_lastCounter) / m_frequency > kLaterRunSeconds)
     {
         char buf[160];

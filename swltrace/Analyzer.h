@@ -103,6 +103,7 @@ private:
     void RecordCall(const Frame& f, const ThreadState& t, double ms, std::string_view result);
     void RecordNeverReturned(const Frame& f, const ThreadState& t, const std::string& file, const std::string& reason);
     double Milliseconds(uint64_t from, uint64_t to) const;
+    void SetFrequency(double frequency);
     uint32_t FindName(std::string_view name, uint64_t hash) const;
     uint32_t AddName(std::string_view name, uint64_t hash);
     const std::string& FrameName(const Frame& f) const { return f.fn != kNoName ? m_names[f.fn] : f.ownName; }
@@ -132,6 +133,11 @@ private:
     std::string m_component;
     uint32_t m_run = 0;
     double m_frequency = 1e7;
+    // Set with m_frequency: a second of ticks, and a number of ticks below
+    // which no gap between lines can be a later run, so that most lines
+    // need no division.
+    uint64_t m_secondTicks = 10000000;
+    uint64_t m_belowLaterRun = 0;
     uint64_t m_maxCounter = 0;
     uint64_t m_lastCounter = 0;
     bool m_haveCounter = false;
