@@ -2,8 +2,10 @@
 -- wixl has built the package: one query per line; "--" lines are comments.
 --
 -- The default-provider value only when the administrator asks for it: any
--- "TopProvider" value at all makes the first install ask for a restart.
-UPDATE `Component` SET `Condition` = 'TOPPROVIDER = "1"' WHERE `Component` = 'TopProvider'
+-- "TopProvider" value at all makes the first install ask for a restart. The
+-- condition holds on removal too: a component whose condition is false then is
+-- left behind, and the value with it.
+UPDATE `Component` SET `Condition` = 'TOPPROVIDER = "1" OR REMOVE = "ALL"' WHERE `Component` = 'TopProvider'
 -- Name "-": the key and everything below it go when the product is removed.
 -- DRIVERS holds InstallDrivers' records (RemoveDrivers has read them by then),
 -- SWFallback the software library's location (RegisterOstra).

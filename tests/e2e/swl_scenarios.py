@@ -40,7 +40,6 @@ class Scenario:
     launcher: object = False   # run through SwlSetup.exe (next to the package, as CorvaneSWL.msi), not msiexec;
                                # "alone": without the package beside it
     keep: tuple = ()   # Windows paths of files copied out after each run, for file_is(..., run=) to read
-    ignored: tuple = ()   # actions whose result the package ignores (Return="ignore"), e.g. one that answers 3010
     machine: str = ""  # a simulated machine, tests/machines/NAME.json: its PCI devices and Windows version
     doubles: dict = field(default_factory=dict)   # {"newdev"|"cfgmgr32": {outcome value: int}}: the test
                                                   # doubles stand in for Wine's DLLs in msiexec (see DOUBLES_KEY)
@@ -302,8 +301,7 @@ def build_package(s, work, build, dll, variant):
                                                Path(data.format(build=build)).read_bytes())
     rows = ['<Binary Id=%s SourceFile="bin%d.dat"/>' % (quoteattr(name), i) for i, name in enumerate(binaries)]
     rows += ['<Property Id=%s Value=%s/>' % (quoteattr(k), quoteattr(v)) for k, v in s.properties.items()]
-    rows += ['<CustomAction Id="%s" BinaryKey="SWLLib" DllEntry="%s" Return="%s"/>'
-             % (a[0], a[0], "ignore" if a[0] in s.ignored else "check")
+    rows += ['<CustomAction Id="%s" BinaryKey="SWLLib" DllEntry="%s" Return="check"/>' % (a[0], a[0])
              for a in s.package]
     sequence = ['<Custom Action="%s" Sequence="%d">%s</Custom>' % (a[0], a[1], escape("".join(a[2:])))
                 for a in s.package]

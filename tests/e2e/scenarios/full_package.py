@@ -1,7 +1,7 @@
 """The sample package CorvaneSWL.msi with all its actions, installed and removed through the launcher on
 simulated machines: what an administrator's silent deployment does."""
-from swl_scenarios import (PRODUCT_KEY, UNINSTALL_KEY, Scenario, exit_code, file_is, logged, machine_restored,
-                           no_key, prop, ran, ran_in_order, reg)
+from swl_scenarios import (PRODUCT_KEY, UNINSTALL_KEY, Scenario, box_shown, exit_code, file_is, logged,
+                           machine_restored, no_key, not_logged, prop, ran, ran_in_order, reg)
 from scenarios.hardware import DRIVERS_KEY, PF_7XXX, PF_7XXX_KEY, SERVER_2019
 
 PACKAGE = "{build}/package/CorvaneSWL.msi"
@@ -48,21 +48,33 @@ LEFT_BY_WINE = (
 )
 
 SCENARIOS = [
+    # With our provider as the default one: silent, so RequestReboot says so in the log instead of setting REBOOT.
     Scenario(
         name="full_package_on_a_7xxx_installs_and_removes",
-        package=PACKAGE, machine="pf-7xxx", launcher=True, files=OSTRA, keep=(SUMMARY,),
-        runs=[("install", "/i"), ("remove", "/x")],
+        package=PACKAGE, machine="pf-7xxx", launcher=True, files=OSTRA,
+        keep=(SUMMARY, r"C:\windows\system32\drivers\hwa_swl4.sys"),
+        runs=[("install", "/i TOPPROVIDER=1"), ("remove", "/x")],
         checks=[
             ran_in_order(*HARDWARE_INSTALL, run="install"), exit_code(0, run="install"),
             logged("IsSetupRunning() - Exit", "User is an administrator", "Operating system supported",
                    "WarnUninstallRequired_Upgrade : Exit", "WarnRebootRequired_BeforeInstall : Exit",
-                   "Extracted file : hwa_swl4.inf", "Exiting SetupFiles", "InstallDrivers() - Exit",
+                   "Extracted file : hwa_swl4.inf", "Exiting SetupFiles",
+                   # ("... returned [SUCCESS]" loses its bracketed part in Wine's verbose log.)
+                   "UpdateDriverForDevices: szHardwareID " + PF_7XXX, "Request to update driver successful for " +
+                   PF_7XXX, "CRYPTO enabled, register value is asym;dc", "InstallDrivers() - Exit",
                    "Set EnableSriov to 0", "INSTALLCRYPTO=1, adding and starting crypto services.",
                    "Service start succesful for 'tpxprovuser'", "AddServices() - Exit",
                    "RegisterPlugInProvider() - Exit", "RegisterOstra() - Exit", "Removing temporary files",
-                   "WriteARPEntries() - Exit", "RequestReboot() - Exit", run="install"),
+                   "WriteARPEntries() - Exit", "RequestReboot()",
+                   "RequestReboot : You must restart your system for the configuration changes made to Corvane(R) "
+                   "Swiftlane Technology to take effect.", "RequestReboot() - Exit", run="install"),
+            prop("REBOOT", None, run="install"), reg(PRODUCT_KEY, "TopProvider", "1", run="install"),
             reg(PRODUCT_KEY, "UILevel", "2", run="install"),
+            # Wine records the INF under its own name in the driver store.
             reg(DRIVERS_KEY, PF_7XXX, "hwa_swl4.inf", run="install"),
+            reg(DRIVERS_KEY, "hwa_swl4.sys", r"C:\windows\system32\drivers\hwa_swl4.sys", run="install"),
+            file_is(r"C:\windows\system32\drivers\hwa_swl4.sys", "{build}/test-drivers/hwa_swl4.sys", run="install"),
+            reg(SERVICES + r"\TPXPROV", "ImagePath", r"C:\windows\system32\Drivers\tpxprov.sys", run="install"),
             reg(PF_7XXX_KEY + r"\Device Parameters\Sriov", "EnableSriov", 0, run="install"),
             reg(SERVICES + r"\cfSwl\Parameters", "PreAllocatedMemorySessions", 4, run="install"),
             reg(PRODUCT_KEY + r"\SWFallback", "Location", OSTRA_NATIVE, run="install"),
@@ -71,11 +83,13 @@ SCENARIOS = [
             file_is(SUMMARY, summary("Successfully Installed", "Successfully Installed", "Successfully Installed",
                                      "Not Installed", "Successfully Installed"), run="install"),
             ran_in_order(*REMOVAL, run="remove"), exit_code(0, run="remove"),
-            logged("UnRegisterPlugInProvider() - Exit", "RemoveServices() - Exit", "RemoveDevices: Device removed",
+            logged("UnRegisterPlugInProvider() - Exit", "RemoveServices() - Exit", "RemoveDevices: search devID " +
+                   PF_7XXX, "RemoveDevices: Device removed",
                    "RemoveDrivers() - Exit", "RemoveFirmware() - Exit", "All remnant files deleted.",
                    "WarnRebootRequired_AfterUninstall : Exit", run="remove"),
             *[no_key(SERVICES + "\\" + name, run="remove") for name in ("cfSwl", "TPXPROV", "TPXPROVUSER", "HWA_SWL4")],
-            no_key(PRODUCT_KEY, run="remove"), no_key(ARP, run="remove"),
+            no_key(PRODUCT_KEY, run="remove"), no_key(ARP, run="remove"), no_key(PF_7XXX_KEY, run="remove"),
+            file_is(r"C:\windows\system32\drivers\hwa_swl4.sys", None, run="remove"),
             machine_restored(*LEFT_BY_WINE, run="remove"),
         ]),
 ]
@@ -92,7 +106,8 @@ SCENARIOS += [
         name="full_package_on_virtual_functions_only",
         package=PACKAGE, machine="vf-only", launcher=True, files=OSTRA,
         checks=[ran_in_order(*VF_INSTALL), exit_code(0), logged("VF devices present.", "InstallDrivers() - Exit"),
-                reg(DRIVERS_KEY, VF_7XXX, "hwa_swl4.inf"), prop("INSTALLVMONLY", "1")]),
+                reg(DRIVERS_KEY, VF_7XXX, "hwa_swl4.inf"), prop("INSTALLVMONLY", "1"),
+                not_logged("checkVirtualizationSupport()")]),
     # A TLM-D part has no crypto: InstallDrivers clears INSTALLCRYPTO, and AddServices' data, taken after it,
     # says so; the crypto provider is not registered.
     Scenario(
@@ -100,7 +115,9 @@ SCENARIOS += [
         package=PACKAGE, machine="pf-720xx", launcher=True, files=OSTRA, keep=(SUMMARY,),
         checks=[ran_in_order(*[a for a in HARDWARE_INSTALL if a != "RegisterPlugInProvider"]), exit_code(0),
                 prop("INSTALLCRYPTO", "0"),
-                logged("InstallDrivers() - Exit", "AddServices()",
+                not_logged("SearchRegistryForCryptoCompatibility"),
+                logged("Device ID is a TLM-D device. Disabling crypto related installs - "
+                       r"PCI\VEN_1F2E&DEV_6B26&SUBSYS_00001F2E&REV_30", "InstallDrivers() - Exit", "AddServices()",
                        "Crypto is not supported, crypto services will not be installed.", "AddServices() - Exit"),
                 no_key(SERVICES + r"\TPXPROV"), no_key(SERVICES + r"\TPXPROVUSER"),
                 file_is(SUMMARY, summary("Successfully Installed", "Successfully Installed", "Not Installed (Not supported)",
@@ -110,7 +127,8 @@ SCENARIOS += [
         name="full_package_without_hardware_fails_silently",
         package=PACKAGE, machine="none", launcher=True,
         checks=[ran_in_order(*GUARDS, "WriteMSIPropertiesToRegistry", "SetupFiles", "VerifyHardwareOrWarn=0"),
-                exit_code(1603), logged("VerifyHardwareOrWarn()", NO_HARDWARE), no_key(PRODUCT_KEY),
+                exit_code(1603), logged("VerifyHardwareOrWarn()", NO_HARDWARE, "VerifyHardwareOrWarn() - Exit"),
+                prop("INSTALLDLLONLY", "0"), no_key(PRODUCT_KEY),
                 # Wine does not roll back: on Windows the product folder and the component records go too.
                 machine_restored(r"c:\\program files\\corvane", r"software\\microsoft\\windows\\currentversion\\installer")]),
     # A Hyper-V host on Server 2019: SR-IOV is supported, and the deferred action's data switches it on.
@@ -119,7 +137,9 @@ SCENARIOS += [
         package=PACKAGE, machine="pf-7xxx", registry=SERVER_2019, launcher=True, files=OSTRA,
         runs=[("install", "/i HYPERVMODE=1")],
         checks=[ran_in_order(*HARDWARE_INSTALL), exit_code(0),
-                logged("The system supports SR-IOV mode.", "SetRegistryKeyForEnableSriov()", "Set EnableSriov to 1"),
+                prop("_IsSrIovSupported", "Yes"),
+                logged("The system supports SR-IOV mode.", "SetRegistryKeyForEnableSriov()", "HyperVMode set to 1",
+                       "Set EnableSriov to 1", "device instance 4&1a2b3c4d&0&0008"),
                 reg(PF_7XXX_KEY + r"\Device Parameters\Sriov", "EnableSriov", 1)]),
 ]
 
@@ -172,13 +192,19 @@ SCENARIOS += [
                 logged("RequestReboot()", "RequestReboot : Setting REBOOT to 'FORCE'", "RequestReboot() - Exit")]),
 ]
 
+CAPTION = "Corvane\u00ae Swiftlane Technology Install Wizard"
+NO_HARDWARE_BOX = ("Cannot install drivers. No supported Corvane\u00ae Swiftlane Technology Accelerator devices are "
+                   "present on this system.\r\n\r\nClick 'Yes' if you want to install components to use software "
+                   "compression or 'No' to cancel.")
+
 # A person at the screen (run with --ui under xvfb-run): no device, and Yes to the software-only install.
 SCENARIOS += [
     Scenario(
         name="full_package_without_hardware_answered_yes_installs_software_only",
         package=PACKAGE, machine="none", launcher=True, files=OSTRA, keep=(SUMMARY,),
         answer=("Install Wizard", "Return"),
-        checks=[ran_in_order(*GUARDS, *PREPARE, "ExtractOstraPackage", "RegisterOstra", *FINISH), exit_code(0),
+        checks=[box_shown(CAPTION, NO_HARDWARE_BOX),
+                ran_in_order(*GUARDS, *PREPARE, "ExtractOstraPackage", "RegisterOstra", *FINISH), exit_code(0),
                 logged("No supported SWL devices are present on this system. Install swlzip.dll in System32.",
                        "InstallDlls()", "VerifyHardwareOrWarn() - Exit", "RegisterOstra() - Exit"),
                 prop("INSTALLDLLONLY", "1"),

@@ -32,16 +32,3 @@ SCENARIOS = [
         checks=[ran("VerifyOSOrWarn", 0), logged("VerifyOSOrWarn()", UNSUPPORTED), exit_code(1603),
                 reg(PRODUCT_KEY, "InstallDir", None)]),
 ]
-
-# Through the launcher the install goes on without ARPREMOVE, and Installer's exit code comes back out of it.
-SCENARIOS += [
-    Scenario(
-        name="launcher_lets_the_install_through_and_returns_installers_exit_code",
-        package=[("IsSetupRunning", 100), ("VerifyOSOrWarn", 101, "NOT REMOVE")], launcher=True,
-        runs=[("win7", "/i"), ("remove", "/x")],
-        checks=[
-            ran("IsSetupRunning", run="win7"), not_logged(NOT_LAUNCHED, run="win7"),
-            logged(UNSUPPORTED, run="win7"), exit_code(1603, run="win7"),   # the Windows 7 base prefix
-            ran("IsSetupRunning", run="remove"), not_logged(NOT_LAUNCHED, run="remove"), exit_code(0, run="remove"),
-        ]),
-]
