@@ -562,12 +562,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
             ++proc.action.calls;
         if (m_render)
         {
-            Item item;
-            item.kind = Item::Kind::Call;
-            item.line = n;
-            item.clockMs = t.clockMs;
-            item.depth = static_cast<int>(th.depth);
-            item.text = FrameName(f);
+            Item item(Item::Kind::Call, n, t.clockMs, th.depth, FrameName(f));
             item.callId = f.callId;
             item.parentId = th.depth > 0 ? th.frames[th.depth - 1].callId : 0;
             ++th.depth;
@@ -622,12 +617,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
             }
             else
             {
-                Item item;
-                item.kind = Item::Kind::Return;
-                item.line = n;
-                item.clockMs = t.clockMs;
-                item.depth = static_cast<int>(th.depth);
-                item.text = FrameName(f);
+                Item item(Item::Kind::Return, n, t.clockMs, th.depth, FrameName(f));
                 item.callId = f.callId;
                 item.status = CallStatus::Returned;
                 item.durationMs = ms;
@@ -667,12 +657,7 @@ void Analyzer::Line(const std::string& file, uint64_t n, const TraceLine& t)
     }
     if (m_render)
     {
-        Item item;
-        item.kind = Item::Kind::Message;
-        item.line = n;
-        item.clockMs = t.clockMs;
-        item.depth = static_cast<int>(th.depth);
-        item.text.assign(t.message.data(), t.message.size());
+        Item item(Item::Kind::Message, n, t.clockMs, th.depth, std::string(t.message));
         item.messageKind = t.kind == MessageKind::Exit ? MessageKind::Plain : t.kind;
         item.exception = t.exception;
         Push(th, std::move(item));
@@ -754,12 +739,7 @@ void Analyzer::BeginAction(ThreadState& t, ProcessState& p, const std::string& f
     p.lastCounter = m_lastCounter;
     if (m_render)
     {
-        Item item;
-        item.kind = Item::Kind::ActionBegin;
-        item.line = n;
-        item.clockMs = clockMs;
-        item.depth = 0;
-        item.text = name;
+        Item item(Item::Kind::ActionBegin, n, clockMs, 0, name);
         item.msiIndex = msiIndex;
         Push(t, std::move(item));
     }
@@ -924,11 +904,7 @@ void Analyzer::CloseFrames(ThreadState& t, size_t keep, const std::string& file,
         }
         else
         {
-            Item item;
-            item.kind = Item::Kind::Return;
-            item.line = n;
-            item.depth = static_cast<int>(t.depth);
-            item.text = FrameName(f);
+            Item item(Item::Kind::Return, n, 0, t.depth, FrameName(f));
             item.callId = f.callId;
             item.status = CallStatus::NeverReturned;
             item.reason = reason;

@@ -45,6 +45,12 @@ struct Item
     int32_t clockMs = 0;
     int depth = 0;
     std::string text;          // Call/Return: the function; Message: the message; ActionBegin: the action
+
+    Item() = default;
+    Item(Kind kind_, uint64_t line_, int32_t clockMs_, size_t depth_, std::string text_)
+        : kind(kind_), line(line_), clockMs(clockMs_), depth(static_cast<int>(depth_)), text(std::move(text_))
+    {
+    }
     // Call and Return
     uint64_t callId = 0;
     uint64_t parentId = 0;
