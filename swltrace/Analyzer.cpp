@@ -841,15 +841,9 @@ void Analyzer::RecordCall(const Frame& f, const ThreadState& t, double ms, std::
     auto cmp = [](const std::pair<double, CallRef>& a, const std::pair<double, CallRef>& b) { return a.first > b.first; };
     if (m_slowHeap.size() >= m_options.slowestCount && ms <= m_slowHeap.front().first)
         return;
-    CallRef c;
-    c.name = FrameName(f);
-    c.file = m_file;
-    c.thread = t.id;
-    c.line = f.line;
-    c.clockMs = f.clockMs;
+    CallRef c = RefTo(f, t, m_file);
     c.durationMs = ms;
     c.result.assign(result.data(), result.size());
-    c.action = t.action;
     if (m_slowHeap.size() >= m_options.slowestCount)
     {
         std::pop_heap(m_slowHeap.begin(), m_slowHeap.end(), cmp);
@@ -857,6 +851,18 @@ void Analyzer::RecordCall(const Frame& f, const ThreadState& t, double ms, std::
     }
     m_slowHeap.emplace_back(ms, std::move(c));
     std::push_heap(m_slowHeap.begin(), m_slowHeap.end(), cmp);
+}
+
+CallRef Analyzer::RefTo(const Frame& f, const ThreadState& t, const std::string& file) const
+{
+    CallRef c;
+    c.name = FrameName(f);
+    c.file = file;
+    c.thread = t.id;
+    c.line = f.line;
+    c.clockMs = f.clockMs;
+    c.action = t.action;
+    return c;
 }
 
 void Analyzer::RecordNeverReturned(const Frame& f, const ThreadState& t, const std::string& file,
@@ -872,13 +878,7 @@ void Analyzer::RecordNeverReturned(const Frame& f, const ThreadState& t, const s
         ++p->second.action.neverReturned;
     if (m_summary.neverReturned.size() >= m_options.maxNeverReturned)
         return;
-    CallRef c;
-    c.name = FrameName(f);
-    c.file = file;
-    c.thread = t.id;
-    c.line = f.line;
-    c.clockMs = f.clockMs;
-    c.action = t.action;
+    CallRef c = RefTo(f, t, file);
     c.reason = reason;
     m_summary.neverReturned.push_back(std::move(c));
 }

@@ -107,6 +107,7 @@ private:
     uint32_t FindName(std::string_view name, uint64_t hash) const;
     uint32_t AddName(std::string_view name, uint64_t hash);
     const std::string& FrameName(const Frame& f) const { return f.fn != kNoName ? m_names[f.fn] : f.ownName; }
+    CallRef RefTo(const Frame& f, const ThreadState& t, const std::string& file) const;
     FunctionStats* Stats(const Frame& f, bool add);
 
     Options m_options;
