@@ -88,18 +88,12 @@ def install_and_remove(build, out, msi, traced):
     scenario = e2e.Scenario(name="bench", package=None, checks=[], machine="pf-7xxx", registry=registry,
                             files=full_package.OSTRA)
     e2e.prepare_prefix(scenario, out, prefix, build)
-    shutil.copy(build / "bin/SwlSetup.exe", out / "SwlSetup.exe")
-    shutil.copy(msi, out / "CorvaneSWL.msi")
-    shutil.copy(build / "bin/swl_tool_standin.exe", out / "first_process.exe")
+    e2e.place_launcher(build, out, msi)
     times = {}
     try:
         for run, arguments in (("install", []), ("remove", ["/x"])):
             e2e.sh([e2e.PREFIX_TOOL, "stop", str(prefix)], out, prefix)
-            # The launcher check passes over the first process of the server (see swl_scenarios.py).
-            subprocess.Popen(["wine", "first_process.exe"], cwd=out, stdin=subprocess.DEVNULL,
-                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                             env=dict(e2e.ENV, WINEPREFIX=str(prefix), SWL_STANDIN_RUN_MS="600000"))
-            time.sleep(2)
+            e2e.start_first_process(out, prefix)
             start = time.monotonic()
             code = e2e.sh(["wine", "SwlSetup.exe", *arguments, "/qn", "/l*v", run + ".log"], out, prefix)
             times[run] = time.monotonic() - start

@@ -69,12 +69,7 @@ class Job:
         e2e.sh([e2e.PREFIX_TOOL, "stop", str(self.prefix)], self.out, self.prefix)
 
     def run_launcher(self, name, *arguments):
-        # The launcher check passes over the first process of the snapshot, which under Wine is the first
-        # process the server started: a placeholder takes that place (see tests/e2e/swl_scenarios.py).
-        subprocess.Popen(["wine", "first_process.exe"], cwd=self.out, stdin=subprocess.DEVNULL,
-                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                         env=dict(e2e.ENV, WINEPREFIX=str(self.prefix), SWL_STANDIN_RUN_MS="600000"))
-        time.sleep(2)
+        e2e.start_first_process(self.out, self.prefix)
         log = self.out / (name + ".log")
         code = self.wine("SwlSetup.exe", *arguments, "/qn", "/l*v", log.name)
         if not log.exists():   # Wine itself failed to start (seen on loaded machines): once more
@@ -153,11 +148,9 @@ class Job:
         if self.scenario.files is full_package.OSTRA:
             print("   Wine's Shell cannot unpack a .zip: the Ostra library that ExtractOstraPackage would unpack "
                   "from the package is laid out in advance")
-        for name in ("SwlSetup.exe", "CorvaneSWL.msi"):
-            shutil.copy(self.build / ("bin" if name.endswith("exe") else "package") / name, self.out / name)
+        e2e.place_launcher(self.build, self.out, msi)
         self.stop()
         before = e2e.read_hklm(self.prefix), e2e.listing(self.prefix)
-        shutil.copy(self.build / "bin/swl_tool_standin.exe", self.out / "first_process.exe")
 
         self.progress("Install: SwlSetup.exe %s/qn /l*v install.log" % "".join(p + " " for p in self.props))
         code, log = self.run_launcher("install", *self.props)

@@ -398,6 +398,23 @@ def prepare_prefix(s, work, prefix, build):
         target.write_bytes(data if isinstance(data, bytes) else Path(data.format(build=build)).read_bytes())
 
 
+def place_launcher(build, work, msi=None):
+    """SwlSetup.exe in work, with msi beside it as CorvaneSWL.msi, and the placeholder start_first_process runs."""
+    shutil.copy(build / "bin/SwlSetup.exe", work / "SwlSetup.exe")
+    if msi:
+        shutil.copy(msi, work / "CorvaneSWL.msi")
+    shutil.copy(build / "bin/swl_tool_standin.exe", work / "first_process.exe")
+
+
+def start_first_process(work, prefix):
+    """The launcher check passes over the first process of the snapshot (on Windows the idle process; under
+    Wine the first process of the server's list, which a launcher started into a fresh server would be): a
+    placeholder takes that place until the server is stopped."""
+    subprocess.Popen(["wine", "first_process.exe"], cwd=work, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                     stderr=subprocess.DEVNULL, env=dict(ENV, WINEPREFIX=str(prefix), SWL_STANDIN_RUN_MS="600000"))
+    time.sleep(2)
+
+
 def answer_box(s, args, work, prefix, c):
     """Waits for the scenario's message box, reads its caption and text (a Windows helper in the same prefix),
     keeps a picture of it and presses the answer's key, as a person at the screen would."""
@@ -447,18 +464,9 @@ def run_scenario(s, args, variant):
             run_msi = Path(other[0].format(build=args.build)) if other else msi
             command = ["wine", "msiexec", mode, str(run_msi), "/qb" if s.answer else "/qn", "/l*v", name + ".log"] + extra
             if s.launcher:   # the launcher finds CorvaneSWL.msi in its own folder and passes the rest through
-                shutil.copy(args.build / "bin/SwlSetup.exe", work / "SwlSetup.exe")
-                if s.launcher != "alone":
-                    shutil.copy(run_msi, work / "CorvaneSWL.msi")
+                place_launcher(args.build, work, run_msi if s.launcher != "alone" else None)
                 command = ["wine", "SwlSetup.exe"] + ([mode] if mode != "/i" else []) + command[4:]
-                # The launcher check passes over the first process of the snapshot (on Windows the idle
-                # process; under Wine the first process of the server's list, which a launcher started
-                # into a fresh server would be): a placeholder takes that place, stopped with the server.
-                shutil.copy(args.build / "bin/swl_tool_standin.exe", work / "first_process.exe")
-                subprocess.Popen(["wine", "first_process.exe"], cwd=work, stdin=subprocess.DEVNULL,
-                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                 env=dict(ENV, WINEPREFIX=str(prefix), SWL_STANDIN_RUN_MS="600000"))
-                time.sleep(2)
+                start_first_process(work, prefix)
             if s.answer:
                 with open(work / "wine.txt", "ab") as out:
                     msiexec = subprocess.Popen(command, cwd=work, env=dict(ENV, WINEPREFIX=str(prefix)),
